@@ -1,0 +1,110 @@
+// CArchive: the buffered binary stream through which every persistent class is
+// stored and loaded (list files, "swsearch.bin", message bodies). The byte rules
+// themselves live in WireCodec.h; this class adds buffering and the object graph
+// (class and object tags sharing one index space per archive).
+// This is the chief header of the archive layer: it brings in files and collections.
+#pragma once
+
+#include "File.h"
+#include "MapPtrToPtr.h"
+#include "MapStringToOb.h"
+#include "MemFile.h"
+#include "Object.h"
+#include "ObList.h"
+#include "PtrArray.h"
+#include "StringArray.h"
+
+#include <cstdint>
+#include <string>
+
+class CArchive {
+public:
+    enum Mode : unsigned int { store = 0, load = 1, bNoFlushOnDelete = 2 };
+
+    // A buffer size below 128 becomes 128 (and a supplied buffer is then ignored).
+    CArchive(CFile* pFile, unsigned int nMode, int nBufSize = 4096, void* lpBuf = nullptr);
+    ~CArchive();
+    CArchive(const CArchive&) = delete;
+    CArchive& operator=(const CArchive&) = delete;
+
+    bool IsLoading() const { return (m_mode & load) != 0; }
+    bool IsStoring() const { return (m_mode & load) == 0; }
+    // Schema of the object being loaded; reading it resets it to 0xFFFFFFFF.
+    unsigned int GetObjectSchema();
+    CFile* GetFile() const { return m_file; }
+
+    // Bytes actually delivered (short at the end of the data).
+    unsigned int Read(void* lpBuf, unsigned int nMax);
+    void Write(const void* lpBuf, unsigned int nMax);
+    void Flush();
+    void FillBuffer(unsigned int nBytesNeeded);
+    void Close();   // flush, then detach from the file
+    void Abort();   // detach without flushing
+
+    // Counts: up to 0xFFFE in 16 bits, else 0xFFFF and 32 bits.
+    void WriteCount(std::uint32_t dwCount);
+    // Throws CFileException* when the data ends inside the count.
+    std::uint32_t ReadCount();
+
+    // Integers are little-endian; reading past the end throws CFileException*.
+    CArchive& operator<<(unsigned char by);
+    CArchive& operator<<(unsigned short w);
+    CArchive& operator<<(unsigned int dw);
+    CArchive& operator>>(unsigned char& by);
+    CArchive& operator>>(unsigned short& w);
+    CArchive& operator>>(unsigned int& dw);
+    CArchive& operator<<(const std::string& str);
+    // An empty stored string leaves `str` unchanged; bytes after a NUL are dropped.
+    // Bytes missing from the data end the process through the "arcobj.cpp" assertion.
+    CArchive& operator>>(std::string& str);
+
+    void WriteObject(const CObject* pOb);
+    // The new object or the one referenced; null when the class cannot be resolved or
+    // the index is out of range (the archive is then not usable any more).
+    CObject* ReadObject(const CRuntimeClass* pClassRefRequested);
+    void WriteClass(const CRuntimeClass* pClassRef);
+    CRuntimeClass* ReadClass(const CRuntimeClass* pClassRefRequested = nullptr,
+                             unsigned int* pSchema = nullptr, std::uint32_t* pObTag = nullptr);
+    void SerializeClass(const CRuntimeClass* pClassRef);
+    void MapObject(const CObject* pOb);
+
+    // Line reading (see the implementation for the CR/LF rules).
+    char* ReadString(char* lpsz, int nMax);
+    bool ReadString(std::string& rString);
+    // Deliberately writes nothing; kept for interface compatibility.
+    void WriteString(const char* lpsz);
+
+    static constexpr std::uint16_t wNullTag = 0x0000;
+    static constexpr std::uint16_t wNewClassTag = 0xFFFF;
+    static constexpr std::uint16_t wClassTag = 0x8000;
+    static constexpr std::uint32_t dwBigClassTag = 0x80000000;
+    static constexpr std::uint16_t wBigObjectTag = 0x7FFF;
+    static constexpr std::uint32_t nMaxMapCount = 0x3FFFFFFE;
+
+private:
+    void CheckCount() {}   // the map limit is declared but never enforced
+    void ReadExact(void* lpBuf, unsigned int nCount);   // throws CFileException* when short
+
+    bool m_directBuffer = false;
+    unsigned int m_objectSchema = 0xFFFFFFFF;
+    std::string m_fileName;
+    unsigned int m_mode;
+    bool m_userBuffer = false;
+    unsigned int m_bufferSize;
+    CFile* m_file;
+    unsigned char* m_bufferPos = nullptr;
+    unsigned char* m_bufferEnd = nullptr;
+    unsigned char* m_bufferStart = nullptr;
+    unsigned int m_mapCount = 0;
+    union {
+        CMapPtrToPtr* m_pStoreMap;
+        CPtrArray* m_pLoadArray;
+    };
+    CMapPtrToPtr* m_schemaMap = nullptr;
+    unsigned int m_growSize;
+    unsigned int m_hashSize = 137;
+};
+
+CArchive& operator<<(CArchive& ar, const CObject* pOb);
+CArchive& operator>>(CArchive& ar, CObject*& pOb);
+CArchive& operator>>(CArchive& ar, const CObject*& pOb);

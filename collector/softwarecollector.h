@@ -1,0 +1,78 @@
+// CSoftwareCollector gathers the installed software for one inventory run: the
+// package manager's packages, the Halvorn products found by their folders, and
+// the files of a walk of the file system. Text parsing lives in free functions
+// (collectortext) so that tables of cases can test it without running anything.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+class CInvMap;
+class CSoftwareListApp;
+class CSoftwareObject;
+class CZEVLogger;
+
+class CSoftwareCollector {
+public:
+    CSoftwareCollector();
+    ~CSoftwareCollector() = default;
+    CSoftwareCollector(const CSoftwareCollector&) = delete;
+    CSoftwareCollector& operator=(const CSoftwareCollector&) = delete;
+
+    void SetLogger(CZEVLogger* pLogger) { m_pLogger = pLogger; }
+    void SetPackageMap(CInvMap* pMap) { m_pPackageMap = pMap; }
+
+    static bool ShouldUseDpkg();
+    void ConfigureForPackageManager();
+    void ConfigureForRpm();
+    void ConfigureForDpkg();
+
+    bool ScanPackages(CInvMap* pSoftwareMap);
+    bool processPackage(const std::string& strName, CInvMap* pSoftwareMap);
+    static std::string Combine(const std::string& a, const std::string& b, const std::string& c);
+
+    void CheckZEVPackage();
+    void CheckQORPackage();
+    void CheckQORControlPackage();
+    void CheckHVPavoPackage();
+    void CheckHVStudentPackage();
+    void CheckHVCirroPackage();
+    void CheckPGScrivelPackage();
+    void CheckMGGlimmerPackage();
+    void CheckDRAlertPackage();
+
+    bool GetFiles(std::string& strCheckFiles, std::string& strStartIn, std::string& strExcludeDirs,
+                  CInvMap* pSoftwareMap, bool bWildcards, int nSizeMode, int nSizeKB);
+    bool CheckFiles(std::string& strDir);
+    bool FindMatch(const char* pszPath, std::string& strList, bool bWildcards);
+    static bool MatchPattern(const char* pszName, const char* pszPattern);
+    static bool TestForExcludedExes(const char* pszPath);
+    CSoftwareObject* AddInfoToSoftwareObject(const char* pszPath, struct stat& st, CInvMap* pMap,
+                                             bool bForce, bool bSecond, int nSizeMode, int nSizeKB);
+
+    std::string ExtractFromVERSION(const char* pszFolder);
+    void ExtractVersionInfo(CSoftwareObject* pRecord);
+
+    const char* ListCommand() const { return m_pszListCommand; }
+    const char* PackageQuery() const { return m_pszPackageQuery; }
+    const char* FileOwnerQuery() const { return m_pszFileOwnerQuery; }
+    const char* ListFilesQuery() const { return m_pszListFilesQuery; }
+
+private:
+    bool Cancelled() const;
+
+    CSoftwareListApp* m_pApp;
+    const char* m_pszListCommand;
+    const char* m_pszPackageQuery;
+    const char* m_pszFileOwnerQuery;
+    const char* m_pszListFilesQuery;
+    std::string m_strCheckFiles;
+    std::string m_strExcludeDirs;
+    bool m_bWildcards = false;
+    int m_nSizeMode = 0;
+    int m_nSizeKB = 0;
+    CInvMap* m_pSoftwareMap;
+    CInvMap* m_pPackageMap;
+    CZEVLogger* m_pLogger;
+};

@@ -1,0 +1,50 @@
+// The host's settings object and the process-wide singleton through which the
+// collector reads the agent's home path. The constructor and getHomePath() of
+// zev::Settings_t, and GetSimpleCommand, are defined by the host process and stay
+// undefined in the library; they must keep default visibility to bind at load time.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace zev {
+
+class __attribute__((visibility("default"))) Settings_t {
+public:
+    Settings_t();   // defined by the host
+    std::string getHomePath() const;   // defined by the host
+
+    // The host's private state, filled by the host's constructor; the component only
+    // destroys it, so the layout is shared here.
+    struct Impl {
+        std::string homePath;
+    };
+
+private:
+    std::unique_ptr<Impl> m_pImpl;
+};
+
+template <typename T>
+class singleton {
+public:
+    static T& instance() {
+        static T obj;   // thread-safe one-time construction, destroyed at exit
+        create_object.do_nothing();
+        return obj;
+    }
+
+private:
+    struct object_creator {
+        object_creator() { singleton<T>::instance(); }
+        void do_nothing() const {}
+    };
+    static object_creator create_object;
+};
+
+template <typename T>
+typename singleton<T>::object_creator singleton<T>::create_object;
+
+}  // namespace zev
+
+// Runs a command line through the shell; true with its whole standard output.
+__attribute__((visibility("default"))) bool GetSimpleCommand(const char* command, std::string& output);
