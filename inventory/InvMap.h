@@ -1,6 +1,7 @@
 // One inventory: records keyed by text, owned by the map. Computes the add,
 // delete and change maps between two inventories and persists itself to list
 // files and memory blocks in the archive format of CMapStringToOb.
+// Each record belongs to exactly one map under exactly one key.
 #pragma once
 
 #include "ListObject.h"
@@ -14,6 +15,14 @@ public:
     ~CInvMap() override;   // destroys every record
     CInvMap(const CInvMap&) = delete;
     CInvMap& operator=(const CInvMap&) = delete;
+
+    // Owning SetAt: a record replaced by a different pointer is destroyed; the map
+    // then owns `newValue`. (Hides the non-owning base version.)
+    void SetAt(const std::string& key, CObject* newValue);
+
+    // Same bytes as CMapStringToOb; loading stores through the owning SetAt and
+    // rejects (CFileException*) values a corrupt stream would make shared or foreign.
+    void Serialize(CArchive& ar) override;
 
     // Crash-safe: writes a 0600 temporary file beside the target, fsyncs and renames it over.
     bool ToFile(std::string strFileName);
@@ -35,7 +44,16 @@ public:
     bool CreateChangeMap(const CInvMap* pOther, CInvMap* pResult);
 
     // Union; `other`'s records (as copies) win on common keys.
+    // Adding a map to itself changes nothing.
     CInvMap& operator+=(CInvMap& other);
+
+private:
+    // Destroys one value, emptying a nested map first; null is fine.
+    static void DestroyValue(CObject* pValue);
+    // Fresh copy of a record through its class record; null for anything else.
+    static CObject* CopyRecord(CObject* pValue);
+    // Reads one value of a stored entry; only freshly created objects are accepted.
+    static CObject* ReadOwnedValue(CArchive& ar);
 };
 
 CArchive& operator>>(CArchive& ar, CInvMap*& pOb);
