@@ -1,7 +1,7 @@
 // CSoftwareCollector gathers the installed software for one inventory run: the
 // package manager's packages, the Halvorn products found by their folders, and
 // the files of a walk of the file system. Text parsing lives in free functions
-// (collectortext) so that tables of cases can test it without running anything.
+// (collector/CollectorText.h) so that tables of cases test it without running anything.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,6 +11,7 @@
 class CInvMap;
 class CSoftwareListApp;
 class CSoftwareObject;
+class CSoftwarePackageObject;
 class CZEVLogger;
 
 class CSoftwareCollector {
@@ -48,8 +49,13 @@ public:
     bool FindMatch(const char* pszPath, std::string& strList, bool bWildcards);
     static bool MatchPattern(const char* pszName, const char* pszPattern);
     static bool TestForExcludedExes(const char* pszPath);
+    // Always null: a file is only qualified (FileQualifies), no record is built for it.
     CSoftwareObject* AddInfoToSoftwareObject(const char* pszPath, struct stat& st, CInvMap* pMap,
                                              bool bForce, bool bSecond, int nSizeMode, int nSizeKB);
+    // True when the file counts as a program: forced, or executable and starting with an
+    // ELF or "#!" header (shared libraries and plug-ins excluded); then within the size range.
+    static bool FileQualifies(const char* pszPath, const struct stat& st, bool bForce, int nSizeMode,
+                              int nSizeKB);
 
     std::string ExtractFromVERSION(const char* pszFolder);
     void ExtractVersionInfo(CSoftwareObject* pRecord);
@@ -60,7 +66,12 @@ public:
     const char* ListFilesQuery() const { return m_pszListFilesQuery; }
 
 private:
+    struct ProductCheck;
+
     bool Cancelled() const;
+    void CheckProduct(const ProductCheck& product);
+    // Stores a package record under `key`, destroying one it replaces.
+    void StorePackage(const std::string& key, CSoftwarePackageObject* pRecord);
 
     CSoftwareListApp* m_pApp;
     const char* m_pszListCommand;

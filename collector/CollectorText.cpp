@@ -1,0 +1,142 @@
+// Text rules of the collector: package query output, keys, name suffixes, and
+// the pattern and exclusion matching of the file walk.
+#include "CollectorText.h"
+
+#include <cstring>
+
+namespace collectortext {
+
+bool ParsePackageQuery(const std::string& output, PackageFields& fields) {
+    fields = PackageFields();
+    const size_t first = output.find('^');
+    fields.name = output.substr(0, first);
+    if (first == std::string::npos) return false;
+    const size_t second = output.find('^', first + 1);
+    if (second == std::string::npos) return false;
+    fields.version = output.substr(first + 1, second - first - 1);
+    const size_t third = output.find('^', second + 1);
+    if (third == std::string::npos) {
+        fields.summary = output.substr(second + 1);
+        // Kept as the scan has always done it: no third field means the whole line.
+        fields.company = output;
+    } else {
+        fields.summary = output.substr(second + 1, third - second - 1);
+        fields.company = output.substr(third + 1);
+    }
+    return true;
+}
+
+std::string Combine(const std::string& a, const std::string& b, const std::string& c) {
+    std::string key;
+    key.reserve(a.size() + b.size() + c.size() + 2);
+    key += a;
+    key += '\\';
+    key += b;
+    key += '\\';
+    key += c;
+    return key;
+}
+
+std::string CutNameSuffix(const std::string& name) {
+    const size_t lastOther = name.find_last_not_of("0123456789.-");
+    if (lastOther == std::string::npos || lastOther + 1 == name.size()) return name;
+    const size_t dash = name.find('-', lastOther);
+    if (dash == std::string::npos) return name;
+    return name.substr(0, dash);
+}
+
+void ChopFinalNewline(std::string& text) {
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+}
+
+std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+bool SplitOwnerPackage(const std::string& output, std::string& first, std::string& second,
+                       std::string& rest) {
+    const size_t p1 = output.find('^');
+    if (p1 == std::string::npos) return false;
+    first = output.substr(0, p1);
+    const size_t p2 = output.find('^', p1 + 1);
+    if (p2 == std::string::npos) {
+        second = output.substr(p1 + 1);
+        rest = output;
+    } else {
+        second = output.substr(p1 + 1, p2 - p1 - 1);
+        rest = output.substr(p2 + 1);
+    }
+    return true;
+}
+
+bool MatchPattern(const char* name, const char* pattern) {
+    if (!name || !pattern) return false;
+    size_t j = 0;
+    while (pattern[j] == '*' && pattern[j + 1] == '*') ++j;
+    if (pattern[j] == '*' && pattern[j + 1] == '\0') return true;
+
+    for (size_t i = 0; name[i] != '\0'; ++i) {
+        if (pattern[j] == '*') {
+            if (pattern[j + 1] == '\0') return true;
+            // The star ends at the first equal character; the one after it is literal,
+            // even a "?".
+            if (name[i] == pattern[j + 1]) j += 2;
+        } else {
+            // The end of the pattern differs from every name character.
+            if (pattern[j] != '?' && pattern[j] != name[i]) return false;
+            ++j;
+        }
+    }
+    while (pattern[j] == '*') ++j;
+    return pattern[j] == '\0';
+}
+
+bool FindMatch(const char* path, const std::string& list, bool wildcards) {
+    if (!path) return false;
+    char buffer[512];
+    if (list.size() >= sizeof buffer) return false;
+    std::memcpy(buffer, list.c_str(), list.size() + 1);
+
+    const char* subject = path;
+    if (wildcards) {
+        const char* slash = std::strrchr(path, '/');
+        if (slash) subject = slash + 1;
+    }
+    const size_t pathLength = std::strlen(path);
+
+    char* cursor = buffer;
+    while (*cursor) {
+        char* bar = std::strchr(cursor, '|');
+        if (bar) *bar = '\0';
+        const char* item = cursor;
+        cursor = bar ? bar + 1 : cursor + std::strlen(cursor);
+        if (*item == '\0') continue;
+
+        if (wildcards) {
+            if (MatchPattern(subject, item)) return true;
+        } else {
+            // Only the first occurrence counts, even when a later one ends the path.
+            const char* hit = std::strstr(path, item);
+            if (hit && hit + std::strlen(item) == path + pathLength) return true;
+        }
+    }
+    return false;
+}
+
+bool TestForExcludedExes(const char* path) {
+    if (!path) return false;
+    const char* so = std::strstr(path, ".so");
+    if (so && (so[3] == '\0' || so[3] == '.')) return false;
+    return std::strstr(path, "/plugins/") == nullptr;
+}
+
+void ForwardSlashes(std::string& text) {
+    for (char& c : text)
+        if (c == '\\') c = '/';
+}
+
+std::string WalkStartFolder(const std::string& start) {
+    if (start.empty() || start == "*") return "/";
+    if (start.back() == '/') return start;
+    return start + "/";
+}
+
+}  // namespace collectortext
