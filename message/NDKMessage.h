@@ -35,6 +35,7 @@ public:
     int Add(unsigned long long value);
     int Add(const std::string& value);
     // Compressed block: a hidden length element (0 for raw), then the buffer element.
+    // Returns the index of the buffer element.
     int Add(const void* pData, unsigned int nLength);
     int AddUnc(const void* pData, unsigned int nLength);
 
@@ -87,8 +88,11 @@ public:
     bool IsValidGetIndex(long nIndex) const;
 
     long GetSize() const;   // payload bytes, not the wire size
+    // Cuts the raw list to nMax elements; the hidden count is not adjusted.
     void LimitSize(long nMax);
+    // Copies other's raw elements from nFrom on; this message's hidden count and cursor stay.
     void Append(const CNDKMessage& other, int nFrom = 0);
+    // Same id, same visible count, equal raw elements; never true with a 64-bit element.
     bool operator==(const CNDKMessage& other) const;
     bool operator!=(const CNDKMessage& other) const { return !(*this == other); }
 
@@ -102,6 +106,11 @@ public:
     const CElements& GetElements() const { return m_elements; }
 
 private:
+    // Stores through SetAtGrow for a valid index; ignores the rest.
+    void SetElement(long nIndex, const CNDKMessageData& element);
+    // The cursor before it moves one on (it stops at INT_MAX rather than overflow).
+    int TakeCursor();
+
     int m_lId;
     int m_nCurrentIndex;
     CElements m_elements;

@@ -30,12 +30,16 @@ public:
     CNDKDataBuffer(const void* pBuffer, unsigned int nLength);
     CNDKDataBuffer(const CNDKDataBuffer& src);
     CNDKDataBuffer& operator=(const CNDKDataBuffer& src);
+    CNDKDataBuffer(CNDKDataBuffer&& src) noexcept;
+    CNDKDataBuffer& operator=(CNDKDataBuffer&& src) noexcept;
     virtual ~CNDKDataBuffer();
 
+    // Frees the present block and copies nLength bytes (none when pBuffer is null).
     void SetBuffer(const void* pBuffer, unsigned int nLength);
     void* GetBuffer() const { return m_pBuffer; }
     unsigned int GetLength() const { return m_nLength; }
-    // 32-bit length, then the bytes. A loaded length of 0 leaves a null pointer.
+    // 32-bit length, then the bytes. A loaded length of 0 leaves a null pointer;
+    // data that ends early throws CFileException* (memory grows only with the bytes read).
     void Serialize(CArchive& ar);
 
 private:
@@ -59,6 +63,8 @@ public:
     explicit CNDKMessageData(unsigned long long value);
     CNDKMessageData(const CNDKMessageData& src);
     CNDKMessageData& operator=(const CNDKMessageData& src);
+    CNDKMessageData(CNDKMessageData&& src) noexcept = default;
+    CNDKMessageData& operator=(CNDKMessageData&& src) noexcept = default;
     virtual ~CNDKMessageData() = default;
 
     int GetDataType() const { return m_nDataType; }
@@ -77,7 +83,10 @@ public:
     // Copies min(nMaxLength, length) bytes when the element is a buffer and pBuffer is set.
     bool Get(void* pBuffer, unsigned int nMaxLength) const;
 
+    // Type byte, then 8 raw bytes, a string or a buffer. Loading starts from an
+    // empty element and throws CFileException* when the data ends early.
     void Serialize(CArchive& ar);
+    // Codes above 11 (the 64-bit one included) never compare equal, on purpose.
     bool operator==(const CNDKMessageData& other) const;
     bool operator!=(const CNDKMessageData& other) const { return !(*this == other); }
 
@@ -106,6 +115,7 @@ private:
 class CElements {
 public:
     int Add(const CNDKMessageData& element);
+    int Add(CNDKMessageData&& element);
     const CNDKMessageData& GetAt(int nIndex) const { return m_elements[static_cast<size_t>(nIndex)]; }
     CNDKMessageData& GetAt(int nIndex) { return m_elements[static_cast<size_t>(nIndex)]; }
     int GetSize() const { return static_cast<int>(m_elements.size()); }
