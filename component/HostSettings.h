@@ -44,6 +44,10 @@ private:
 template <typename T>
 typename singleton<T>::object_creator singleton<T>::create_object;
 
+// The agent's home path as the host's settings object reports it (no trailing part
+// added); the collector appends "bin" or "bin/" itself.
+std::string HostHomePath();
+
 }  // namespace zev
 
 // Runs a command line through the shell; true with its whole standard output.

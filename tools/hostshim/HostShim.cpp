@@ -22,6 +22,7 @@ struct ShimState {
     bool homeSet = false;
     std::string home;
     std::function<void(const char*)> observer;
+    int constructions = 0;
 };
 
 ShimState& State() {
@@ -62,6 +63,13 @@ void SetHomePath(const std::string& home) {
     state.homeSet = true;
 }
 
+void ResetHomePath() {
+    ShimState& state = State();
+    std::lock_guard<std::mutex> guard(state.lock);
+    state.home.clear();
+    state.homeSet = false;
+}
+
 std::string HomePath() {
     {
         ShimState& state = State();
@@ -81,11 +89,22 @@ void SetCommandObserver(std::function<void(const char*)> observer) {
     state.observer = std::move(observer);
 }
 
+int SettingsConstructions() {
+    ShimState& state = State();
+    std::lock_guard<std::mutex> guard(state.lock);
+    return state.constructions;
+}
+
 }  // namespace hostshim
 
 namespace zev {
 
-Settings_t::Settings_t() : m_pImpl(new Impl) { m_pImpl->homePath = hostshim::HomePath(); }
+Settings_t::Settings_t() : m_pImpl(new Impl) {
+    m_pImpl->homePath = hostshim::HomePath();
+    ShimState& state = State();
+    std::lock_guard<std::mutex> guard(state.lock);
+    ++state.constructions;
+}
 
 std::string Settings_t::getHomePath() const { return hostshim::HomePath(); }
 
