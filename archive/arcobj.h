@@ -16,6 +16,14 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+// Called when an archived string is shorter than its length prefix. The default
+// prints "arcobj.cpp(925): assertion failed" to stderr and aborts; fuzzers and
+// tests may install one that throws instead. If the handler returns, abort() follows.
+using ArchiveAssertHandler = void (*)(const char* lpszFile, int nLine);
+// Installs `handler` (null restores the default) and returns the previous one.
+ArchiveAssertHandler SetArchiveAssertHandler(ArchiveAssertHandler handler);
 
 class CArchive {
 public:
@@ -82,8 +90,16 @@ public:
     static constexpr std::uint32_t nMaxMapCount = 0x3FFFFFFE;
 
 private:
+    // What each load-array slot holds, so a corrupt tag never turns an object into a class.
+    enum LoadKind : unsigned char { kindNull, kindClass, kindObject };
+
     void CheckCount() {}   // the map limit is declared but never enforced
     void ReadExact(void* lpBuf, unsigned int nCount);   // throws CFileException* when short
+    bool TryReadByte(unsigned char& by);                 // false at the end of the data
+    void CheckLoadable();                                // throws once the stream is unusable
+    void PutBytes(const unsigned char* p, unsigned int n);
+    void AppendLoaded(void* p, LoadKind kind);
+    void ReadStringBytes(std::string& str, unsigned long long nBytes);
 
     bool m_directBuffer = false;
     unsigned int m_objectSchema = 0xFFFFFFFF;
@@ -103,6 +119,8 @@ private:
     CMapPtrToPtr* m_schemaMap = nullptr;
     unsigned int m_growSize;
     unsigned int m_hashSize = 137;
+    std::vector<unsigned char> m_loadKinds;   // parallel to m_pLoadArray
+    bool m_bBroken = false;                     // set when a class could not be resolved
 };
 
 CArchive& operator<<(CArchive& ar, const CObject* pOb);

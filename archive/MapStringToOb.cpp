@@ -1,0 +1,106 @@
+// CMapStringToOb: byte-string keys in ascending order, walked by an index cursor.
+// The remembered iterator (see IndexCursor.h) keeps a full pass O(n) and stays
+// right when the entry just returned by GetNextAssoc is removed mid-walk.
+#include "archive/MapStringToOb.h"
+
+#include "archive/IndexCursor.h"
+#include "archive/arcobj.h"
+
+IMPLEMENT_PERSISTENT(CMapStringToOb, CObject, 0)
+
+using Cursor = IndexCursor<std::map<std::string, CObject*>>;
+
+CMapStringToOb::CMapStringToOb(int) {}
+
+bool CMapStringToOb::Lookup(const std::string& key, CObject*& rValue) const {
+    const auto it = m_map.find(key);
+    if (it == m_map.end()) return false;
+    rValue = it->second;
+    return true;
+}
+
+bool CMapStringToOb::LookupKey(const std::string& key, std::string& rKey) const {
+    const auto it = m_map.find(key);
+    if (it == m_map.end()) return false;
+    rKey = it->first;
+    return true;
+}
+
+CObject*& CMapStringToOb::operator[](const std::string& key) {
+    const auto res = m_map.emplace(key, nullptr);
+    if (res.second) Cursor::NoteInsert(m_map, res.first, m_iter, m_nIterIndex, m_bIterValid);
+    return res.first->second;
+}
+
+void CMapStringToOb::SetAt(const std::string& key, CObject* newValue) { (*this)[key] = newValue; }
+
+bool CMapStringToOb::RemoveKey(const std::string& key) {
+    const auto it = m_map.find(key);
+    if (it == m_map.end()) return false;
+    Cursor::NoteErase(m_map, it, m_iter, m_nIterIndex, m_bIterValid);
+    m_map.erase(it);
+    return true;
+}
+
+void CMapStringToOb::RemoveAll() {
+    m_map.clear();
+    m_bIterValid = false;
+}
+
+POSITION CMapStringToOb::GetStartPosition() {
+    m_nCursor = 0;
+    return m_map.empty() ? nullptr : &m_nCursor;
+}
+
+CMapStringToOb::Map::iterator CMapStringToOb::Seek(std::uint32_t index) {
+    return Cursor::Seek(m_map, index, m_iter, m_nIterIndex, m_bIterValid);
+}
+
+void CMapStringToOb::GetNextAssoc(POSITION& rNextPosition, std::string& rKey, CObject*& rValue) {
+    if (!rNextPosition) return;
+    const std::uint32_t index = *rNextPosition;
+    auto it = Seek(index);
+    if (it == m_map.end()) {
+        // The walk ran past the end (entries were removed); no stale value is handed out.
+        rValue = nullptr;
+        rNextPosition = nullptr;
+        return;
+    }
+    rKey = it->first;
+    rValue = it->second;
+    ++it;
+    m_iter = it;
+    m_nIterIndex = index + 1;
+    *rNextPosition = index + 1;
+    if (it == m_map.end()) rNextPosition = nullptr;
+}
+
+bool CMapStringToOb::GetItemByPosition(int index, bool& bLast, std::string& rKey, CObject*& rValue) {
+    if (index < 0) return false;
+    const auto it = Seek(static_cast<std::uint32_t>(index));
+    if (it == m_map.end()) return false;
+    rKey = it->first;
+    rValue = it->second;
+    bLast = std::next(it) == m_map.end();
+    return true;
+}
+
+void CMapStringToOb::Serialize(CArchive& ar) {
+    CObject::Serialize(ar);
+    if (ar.IsStoring()) {
+        ar.WriteCount(static_cast<std::uint32_t>(m_map.size()));
+        for (const auto& entry : m_map) {
+            ar << entry.first;
+            ar.WriteObject(entry.second);
+        }
+    } else {
+        // One key variable for all pairs: a key stored empty reuses the previous
+        // pair's key, because reading an empty string leaves its target as it was.
+        std::string key;
+        for (std::uint32_t n = ar.ReadCount(); n > 0; --n) {
+            ar >> key;
+            CObject* value = ar.ReadObject(nullptr);
+            SetAt(key, value);
+        }
+    }
+}
