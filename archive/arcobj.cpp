@@ -145,6 +145,12 @@ bool CArchive::TryReadByte(unsigned char& by) {
 unsigned int CArchive::Read(void* lpBuf, unsigned int nMax) {
     CheckLoadable();
     if (nMax == 0) return 0;
+    const unsigned int delivered = ReadBuffered(lpBuf, nMax);
+    if (delivered < nMax) m_bShortRead = true;
+    return delivered;
+}
+
+unsigned int CArchive::ReadBuffered(void* lpBuf, unsigned int nMax) {
     unsigned char* dst = static_cast<unsigned char*>(lpBuf);
     unsigned int fromBuffer = std::min(nMax, static_cast<unsigned int>(m_bufferEnd - m_bufferPos));
     std::memcpy(dst, m_bufferPos, fromBuffer);
@@ -419,9 +425,12 @@ CRuntimeClass* CArchive::ReadClass(const CRuntimeClass* pClassRefRequested, unsi
     CRuntimeClass* pClass = nullptr;
     unsigned int schema = 0;
     if (wTag == wNewClassTag) {
+        m_bShortRead = false;
         pClass = CRuntimeClass::Load(*this, &schema);
         if (!pClass) {
             m_bBroken = true;
+            // A name cut off by the end of the data is an end-of-data error like any other.
+            if (m_bShortRead) ThrowFileException();
             return nullptr;
         }
         const unsigned int current = pClass->m_wSchema & ~kSchemaVersionable;

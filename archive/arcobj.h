@@ -95,6 +95,7 @@ private:
 
     void CheckCount() {}   // the map limit is declared but never enforced
     void ReadExact(void* lpBuf, unsigned int nCount);   // throws CFileException* when short
+    unsigned int ReadBuffered(void* lpBuf, unsigned int nMax);
     bool TryReadByte(unsigned char& by);                 // false at the end of the data
     void CheckLoadable();                                // throws once the stream is unusable
     void PutBytes(const unsigned char* p, unsigned int n);
@@ -121,6 +122,7 @@ private:
     unsigned int m_hashSize = 137;
     std::vector<unsigned char> m_loadKinds;   // parallel to m_pLoadArray
     bool m_bBroken = false;                     // set when a class could not be resolved
+    bool m_bShortRead = false;                  // a Read delivered less than asked
 };
 
 CArchive& operator<<(CArchive& ar, const CObject* pOb);
