@@ -9,6 +9,8 @@ CSoftwareObject::CSoftwareObject(const CSoftwareObject* pSrc) {
     if (pSrc) *this = *pSrc;
 }
 
+CSoftwareObject::CSoftwareObject(const CSoftwareObject& src) : CListObject() { *this = src; }
+
 CSoftwareObject& CSoftwareObject::operator=(const CSoftwareObject& src) {
     if (this == &src) return *this;
     m_strVersion = src.m_strVersion;

@@ -11,6 +11,7 @@ class CSoftwareObject : public CListObject {
 public:
     CSoftwareObject() = default;
     explicit CSoftwareObject(const CSoftwareObject* pSrc);
+    CSoftwareObject(const CSoftwareObject& src);
     CSoftwareObject& operator=(const CSoftwareObject& src);
     ~CSoftwareObject() override = default;
 

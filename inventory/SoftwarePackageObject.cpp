@@ -8,6 +8,8 @@ CSoftwarePackageObject::CSoftwarePackageObject(const CSoftwarePackageObject* pSr
     if (pSrc) *this = *pSrc;
 }
 
+CSoftwarePackageObject::CSoftwarePackageObject(const CSoftwarePackageObject& src) : CListObject() { *this = src; }
+
 CSoftwarePackageObject& CSoftwarePackageObject::operator=(const CSoftwarePackageObject& src) {
     if (this == &src) return *this;
     m_strName = src.m_strName;

@@ -12,6 +12,7 @@ class CSoftwarePackageObject : public CListObject {
 public:
     CSoftwarePackageObject() = default;
     explicit CSoftwarePackageObject(const CSoftwarePackageObject* pSrc);
+    CSoftwarePackageObject(const CSoftwarePackageObject& src);
     CSoftwarePackageObject& operator=(const CSoftwarePackageObject& src);
     ~CSoftwarePackageObject() override = default;
 
