@@ -1,0 +1,27 @@
+# Tests of the built libsoftware.so.0: its symbol tables, and the entry points
+# driven through dlopen as the agent does. The test programs define the host
+# symbols (zev_hostshim) and export them so that the library binds to them; they
+# carry their own copy of the message, archive and inventory code, as a host does.
+
+# dlopen of the library and resolution of the 16 entry points, shared with tests/softwarelist.
+add_library(zev_libraryhost STATIC LibraryHost.cpp)
+target_include_directories(zev_libraryhost PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+target_compile_definitions(zev_libraryhost PRIVATE ZEV_LIBSOFTWARE_PATH="$<TARGET_FILE:software>")
+target_link_libraries(zev_libraryhost PUBLIC zev_component_base ${CMAKE_DL_LIBS} PRIVATE zev_settings)
+add_dependencies(zev_libraryhost software)
+
+add_executable(test_component_exports ExportsTest.cpp)
+target_link_libraries(test_component_exports PRIVATE
+  zev_libraryhost zev_component_base zev_hostshim zev_testutil zev_settings GTest::gtest_main)
+set_target_properties(test_component_exports PROPERTIES ENABLE_EXPORTS ON)
+# The library cannot be revived once unloaded: one process per test.
+gtest_discover_tests(test_component_exports)
+
+# The dynamic symbol table holds exactly the entry points; only the runtime, zlib
+# and the three host symbols stay undefined.
+if(ZEV_SANITIZE OR ZEV_TSAN)
+  set(_zev_sanitized --sanitized)
+endif()
+add_test(NAME component.library_symbols
+  COMMAND python3 ${CMAKE_CURRENT_SOURCE_DIR}/check_symbols.py
+          --library $<TARGET_FILE:software> --soname-link $<TARGET_SONAME_FILE:software> ${_zev_sanitized})
