@@ -111,3 +111,13 @@ void ThrowShortString(const char*, int) { throw ShortStringAbort{}; }
 
 ThrowingAssertScope::ThrowingAssertScope() : m_previous(SetArchiveAssertHandler(ThrowShortString)) {}
 ThrowingAssertScope::~ThrowingAssertScope() { SetArchiveAssertHandler(m_previous); }
+
+bool ThrowsFileException(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (CFileException* e) {
+        delete e;
+        return true;
+    }
+    return false;
+}

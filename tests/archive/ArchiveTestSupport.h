@@ -67,3 +67,6 @@ public:
 private:
     ArchiveAssertHandler m_previous;
 };
+
+// True when `fn` throws CFileException*; the exception object is deleted.
+bool ThrowsFileException(const std::function<void()>& fn);
