@@ -1,0 +1,427 @@
+#!/usr/bin/env python3
+"""Independent reader of the component's byte formats, for tests.
+
+Decodes archive streams (inventory maps, string arrays), message wire buffers and
+inventory replies into JSON, and re-encodes decoded messages, so that tests can
+check the C++ writers against a second implementation of the same formats.
+Standard library only; it never loads the component's own code.
+
+    zevreader.py map FILE              archived CMapStringToOb / CInvMap stream
+    zevreader.py strings FILE          archived CStringArray stream
+    zevreader.py message FILE          CNDKMessage wire buffer
+    zevreader.py reply FILE [--skip K] inventory reply message
+    zevreader.py encode-message JSON [-o OUT]   message JSON back to wire bytes
+
+Strings are decoded as latin-1 (one character per byte, lossless). Malformed
+input: exit status 1 and one line on stderr.
+"""
+
+import argparse
+import json
+import struct
+import sys
+import zlib
+
+# ---------------------------------------------------------------- element codes
+
+NDK_UCHAR, NDK_CHAR, NDK_USHORT, NDK_SHORT, NDK_UINT, NDK_INT = 0, 1, 2, 3, 4, 5
+NDK_RESERVED6, NDK_RESERVED7, NDK_FLOAT, NDK_DOUBLE = 6, 7, 8, 9
+NDK_STRING, NDK_BUFFER, NDK_UINT64 = 10, 11, 12
+
+# Scalar codes -> struct format of the value at the start of the 8-byte store.
+SCALAR_FORMATS = {
+    NDK_UCHAR: "<B", NDK_CHAR: "<b", NDK_USHORT: "<H", NDK_SHORT: "<h",
+    NDK_UINT: "<I", NDK_INT: "<i", NDK_RESERVED6: "<I", NDK_RESERVED7: "<I",
+    NDK_FLOAT: "<f", NDK_DOUBLE: "<d", NDK_UINT64: "<Q",
+}
+
+# Registered classes: name -> current schema (0x80000000 marks a versionable class).
+VERSIONABLE = 0x80000000
+KNOWN_CLASSES = {
+    "CObList": 0,
+    "CStringArray": 0,
+    "CMapStringToOb": 0,
+    "CInvMap": 1,
+    "CListObject": 1,
+    "CSoftwareObject": VERSIONABLE | 3,
+    "CSoftwarePackageObject": VERSIONABLE | 2,
+    "CNDKMessage": 1,
+}
+
+NEW_CLASS_TAG = 0xFFFF
+BIG_OBJECT_TAG = 0x7FFF
+BIG_CLASS_TAG = 0x80000000
+MAX_CLASS_NAME = 64
+
+
+class FormatError(Exception):
+    """The bytes do not follow the format."""
+
+
+def latin1(raw):
+    return raw.decode("latin-1")
+
+
+def c_text(raw):
+    """What the C++ loader keeps of a stored string: the bytes before the first NUL."""
+    return raw.split(b"\0", 1)[0]
+
+
+# ---------------------------------------------------------------- archive stream
+
+class Stream:
+    """Little-endian reads over a byte string with strict bounds."""
+
+    def __init__(self, data, pos=0):
+        self.data = bytes(data)
+        self.pos = pos
+
+    def take(self, n, what="data"):
+        if n < 0 or len(self.data) - self.pos < n:
+            raise FormatError("%s: need %d bytes at offset %d, %d left"
+                              % (what, n, self.pos, len(self.data) - self.pos))
+        chunk = self.data[self.pos:self.pos + n]
+        self.pos += n
+        return chunk
+
+    def unpack(self, fmt, what):
+        return struct.unpack(fmt, self.take(struct.calcsize(fmt), what))[0]
+
+    def u8(self, what="byte"):
+        return self.unpack("<B", what)
+
+    def u16(self, what="16-bit value"):
+        return self.unpack("<H", what)
+
+    def u32(self, what="32-bit value"):
+        return self.unpack("<I", what)
+
+    def i32(self, what="32-bit value"):
+        return self.unpack("<i", what)
+
+    def count(self, what="count"):
+        value = self.u16(what)
+        return self.u32(what) if value == 0xFFFF else value
+
+    def string(self, what="string"):
+        """Raw bytes of an archived string (a wide string gives its 2-byte units)."""
+        length = self.u8(what)
+        unit = 1
+        if length == 0xFF:
+            length = self.u16(what)
+            if length == 0xFFFE:
+                unit = 2
+                length = self.u8(what)
+                if length == 0xFF:
+                    length = self.u16(what)
+                    if length == 0xFFFF:
+                        length = self.u32(what)
+            elif length == 0xFFFF:
+                length = self.u32(what)
+        return self.take(length * unit, what)
+
+    def at_end(self):
+        return self.pos == len(self.data)
+
+    def expect_end(self, what):
+        if not self.at_end():
+            raise FormatError("%s: %d trailing bytes at offset %d"
+                              % (what, len(self.data) - self.pos, self.pos))
+
+
+class ArchiveReader(Stream):
+    """Object graph of one archive: classes and objects share one index space from 1."""
+
+    def __init__(self, data, pos=0):
+        super().__init__(data, pos)
+        self.loaded = [None]          # index -> ("class", name) or ("object", dict)
+        self.remembered_schema = {}   # versionable class -> schema found in the stream
+
+    def read_class_record(self):
+        schema = self.u16("class schema")
+        length = self.u16("class name length")
+        if length >= MAX_CLASS_NAME:
+            raise FormatError("class name of %d bytes" % length)
+        name = latin1(self.take(length, "class name"))
+        if name not in KNOWN_CLASSES:
+            raise FormatError("unknown class %r" % name)
+        return name, schema
+
+    def read_object(self):
+        """The object JSON, or None for the null reference."""
+        tag_offset = self.pos
+        tag = self.u16("object tag")
+        if tag == BIG_OBJECT_TAG:
+            tag32 = self.u32("big object tag")
+        else:
+            tag32 = (tag & 0x7FFF) | ((tag & 0x8000) << 16)
+
+        if not tag32 & BIG_CLASS_TAG:
+            if tag32 >= len(self.loaded):
+                raise FormatError("object index %d at offset %d not loaded yet" % (tag32, tag_offset))
+            kind, value = self.loaded[tag32] if tag32 else ("object", None)
+            if kind != "object":
+                raise FormatError("index %d at offset %d is a class, not an object" % (tag32, tag_offset))
+            return value
+
+        if tag == NEW_CLASS_TAG:
+            name, schema = self.read_class_record()
+            current = KNOWN_CLASSES[name]
+            if current & VERSIONABLE and schema != current & ~VERSIONABLE:
+                self.remembered_schema[name] = schema
+            self.loaded.append(("class", name))
+        else:
+            index = tag32 & ~BIG_CLASS_TAG
+            if index >= len(self.loaded) or self.loaded[index][0] != "class":
+                raise FormatError("class index %d at offset %d unknown" % (index, tag_offset))
+            name = self.loaded[index][1]
+            schema = self.remembered_schema.get(name, KNOWN_CLASSES[name] & ~VERSIONABLE)
+
+        obj = {"class": name, "schema": schema, "fields": {}}
+        self.loaded.append(("object", obj))
+        self.read_body(obj)
+        return obj
+
+    def read_body(self, obj):
+        name, schema, fields = obj["class"], obj["schema"], obj["fields"]
+
+        def text(field):
+            fields[field] = latin1(c_text(self.string(field)))
+
+        if name == "CSoftwarePackageObject":
+            for field in ("m_strName", "m_strVersion", "m_strVendor", "m_strExtra1"):
+                text(field)
+            fields["m_nFlags"] = self.u32("m_nFlags")
+            text("m_strExtra2")
+            if schema > 1:
+                text("m_strDescription")
+        elif name == "CSoftwareObject":
+            for field in ("m_strVersion", "m_strDescription", "m_strCompanyName",
+                          "m_strInfo1", "m_strInfo2", "m_strInfo3", "m_strInfo4"):
+                text(field)
+            fields["m_nInfo5"] = self.i32("m_nInfo5")
+            if schema > 1:
+                fields["m_nInfo6"] = self.u32("m_nInfo6")
+            if schema > 2:
+                text("m_strPackage")
+        elif name in ("CInvMap", "CMapStringToOb"):
+            obj["map"] = self.read_map()
+        elif name == "CStringArray":
+            obj["strings"] = self.read_strings()
+        elif name == "CObList":
+            obj["items"] = [self.read_object() for _ in range(self.count("list count"))]
+        elif name == "CNDKMessage":
+            obj["message"] = read_message_body(self)
+        # CListObject stores nothing of its own.
+
+    def read_map(self):
+        """count, then key string and object reference per entry, in stream order."""
+        count = self.count("map count")
+        entries = []
+        key = b""   # one key variable for all pairs: an empty stored key reuses the previous one
+        for _ in range(count):
+            raw_key = self.string("map key")
+            if raw_key:
+                key = c_text(raw_key)
+            value = self.read_object()
+            entry = {"key": latin1(key), "raw_key": latin1(raw_key)}
+            if value is None:
+                entry.update({"class": None, "schema": None, "fields": None})
+            else:
+                entry.update(value)
+            entries.append(entry)
+        return {"count": count, "entries": entries}
+
+    def read_strings(self):
+        return [latin1(c_text(self.string("array string"))) for _ in range(self.count("array count"))]
+
+
+def decode_map(data):
+    reader = ArchiveReader(data)
+    result = reader.read_map()
+    reader.expect_end("map stream")
+    return result
+
+
+def decode_strings(data):
+    reader = ArchiveReader(data)
+    result = reader.read_strings()
+    reader.expect_end("string array stream")
+    return result
+
+
+# ---------------------------------------------------------------- messages
+
+def read_message_body(stream):
+    msg_id = stream.i32("message id")
+    count = stream.i32("element count")
+    hidden = stream.u32("hidden count")
+    elements = []
+    for _ in range(max(count, 0)):
+        code = stream.u8("element type")
+        element = {"type": code}
+        if code == NDK_STRING:
+            raw = stream.string("string element")
+            element["value"] = latin1(c_text(raw))
+            if c_text(raw) != raw:
+                element["stored"] = latin1(raw)
+        elif code == NDK_BUFFER:
+            length = stream.u32("buffer length")
+            element["value"] = {"length": length, "hex": stream.take(length, "buffer bytes").hex()}
+        else:
+            raw = stream.take(8, "scalar value")
+            fmt = SCALAR_FORMATS.get(code)
+            element["value"] = struct.unpack_from(fmt, raw)[0] if fmt else None
+            element["raw"] = raw.hex()
+        elements.append(element)
+    return {"id": msg_id, "count": count, "hidden": hidden, "elements": elements}
+
+
+def decode_message(data):
+    stream = Stream(data)
+    result = read_message_body(stream)
+    stream.expect_end("message")
+    return result
+
+
+def encode_string(raw):
+    n = len(raw)
+    if n < 0xFF:
+        prefix = struct.pack("<B", n)
+    elif n < 0xFFFE:
+        prefix = struct.pack("<BH", 0xFF, n)
+    else:
+        prefix = struct.pack("<BHI", 0xFF, 0xFFFF, n)
+    return prefix + raw
+
+
+def encode_element(element):
+    code = element["type"]
+    out = struct.pack("<B", code)
+    if code == NDK_STRING:
+        text = element.get("stored", element["value"])
+        return out + encode_string(text.encode("latin-1"))
+    if code == NDK_BUFFER:
+        body = bytes.fromhex(element["value"]["hex"])
+        return out + struct.pack("<I", len(body)) + body
+    fmt = SCALAR_FORMATS.get(code)
+    if fmt is None or element.get("value") is None:
+        return out + bytes.fromhex(element["raw"])   # unknown codes travel as stored
+    # Unused bytes of the 8-byte store go out as zeros.
+    return out + struct.pack(fmt, element["value"]).ljust(8, b"\0")
+
+
+def encode_message(message):
+    """Wire bytes of a message given as decode_message returns it ("raw" is not needed)."""
+    elements = message["elements"]
+    count = message.get("count", len(elements))
+    out = struct.pack("<iiI", message["id"], count, message["hidden"])
+    return out + b"".join(encode_element(e) for e in elements)
+
+
+# ---------------------------------------------------------------- replies
+
+class ElementCursor:
+    def __init__(self, elements, start):
+        self.elements = elements
+        self.index = start
+
+    def next(self, code, what):
+        if self.index >= len(self.elements):
+            raise FormatError("%s: reply ends at element %d" % (what, self.index))
+        element = self.elements[self.index]
+        if element["type"] != code:
+            raise FormatError("%s: element %d has type %d, expected %d"
+                              % (what, self.index, element["type"], code))
+        self.index += 1
+        return element["value"]
+
+    def blob_map(self, what):
+        """uint length, then the block (uint c, buffer; zlib when c != 0) holding a map stream."""
+        length = self.next(NDK_UINT, what + " length")
+        header = self.next(NDK_UINT, what + " block header")
+        buffer = self.next(NDK_BUFFER, what + " block")
+        body = bytes.fromhex(buffer["hex"])
+        if header:
+            if header != len(body):
+                raise FormatError("%s: block header %d, buffer of %d bytes" % (what, header, len(body)))
+            try:
+                body = zlib.decompress(body)
+            except zlib.error as exc:
+                raise FormatError("%s: %s" % (what, exc)) from None
+        if len(body) != length:
+            raise FormatError("%s: %d bytes, length element says %d" % (what, len(body), length))
+        try:
+            return decode_map(body)
+        except FormatError as exc:
+            raise FormatError("%s: %s" % (what, exc)) from None
+
+
+def decode_reply(data, skip=0):
+    message = decode_message(data)
+    elements = message["elements"]
+    if skip < 0 or skip > len(elements):
+        raise FormatError("cannot skip %d of %d elements" % (skip, len(elements)))
+    cur = ElementCursor(elements, skip)
+    reply = {"scan_time": cur.next(NDK_STRING, "scan time")}
+    software = {}
+    for part in ("add", "delete", "change", "empty"):
+        software[part] = cur.blob_map("software " + part)
+    software["full"] = cur.next(NDK_SHORT, "software full flag")
+    packages = {}
+    for part in ("add", "delete", "change"):
+        packages[part] = cur.blob_map("packages " + part)
+    packages["full"] = cur.next(NDK_SHORT, "packages full flag")
+    if cur.index != len(elements):
+        raise FormatError("%d elements after the reply layout" % (len(elements) - cur.index))
+    reply["software"] = software
+    reply["packages"] = packages
+    return reply
+
+
+# ---------------------------------------------------------------- command line
+
+def main(argv=None):
+    parser = argparse.ArgumentParser(prog="zevreader.py", description=__doc__.split("\n")[0])
+    sub = parser.add_subparsers(dest="command", required=True)
+    for name in ("map", "strings", "message"):
+        sub.add_parser(name).add_argument("file")
+    reply = sub.add_parser("reply")
+    reply.add_argument("file")
+    reply.add_argument("--skip", type=int, default=0, help="leading host elements to skip")
+    encode = sub.add_parser("encode-message")
+    encode.add_argument("json", help="message JSON as the message command prints it ('-' for stdin)")
+    encode.add_argument("-o", "--output", help="output file (default: standard output)")
+    args = parser.parse_args(argv)
+
+    try:
+        if args.command == "encode-message":
+            source = sys.stdin if args.json == "-" else open(args.json, encoding="utf-8")
+            with source:
+                wire = encode_message(json.load(source))
+            if args.output:
+                with open(args.output, "wb") as out:
+                    out.write(wire)
+            else:
+                sys.stdout.buffer.write(wire)
+            return 0
+        with open(args.file, "rb") as f:
+            data = f.read()
+        if args.command == "map":
+            result = decode_map(data)
+        elif args.command == "strings":
+            result = decode_strings(data)
+        elif args.command == "message":
+            result = decode_message(data)
+        else:
+            result = decode_reply(data, args.skip)
+    except (FormatError, OSError, ValueError, KeyError, TypeError, struct.error, RecursionError) as exc:
+        print("zevreader: %s: %s" % (args.command, exc), file=sys.stderr)
+        return 1
+    json.dump(result, sys.stdout, indent=1)
+    sys.stdout.write("\n")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
