@@ -7,6 +7,6 @@
 
 namespace zev {
 namespace {
-Settings_t& Settings = singleton<Settings_t>::instance();
+[[maybe_unused]] Settings_t& Settings = singleton<Settings_t>::instance();
 }  // namespace
 }  // namespace zev

@@ -71,7 +71,7 @@ void CSoftwareCollector::CheckZEVPackage() {
     // stored lists compare records by key, so it must stay.
     const std::string key = Combine(pRecord->m_strName, pRecord->m_strVendor, pRecord->m_strVersion) + "\\" +
                             pRecord->m_strVendor + "\\" + pRecord->m_strVersion;
-    StorePackage(key, pRecord);
+    m_pPackageMap->SetAt(key, pRecord);
 }
 
 void CSoftwareCollector::CheckProduct(const ProductCheck& product) {
@@ -87,7 +87,7 @@ void CSoftwareCollector::CheckProduct(const ProductCheck& product) {
     pRecord->m_strVendor = product.company;
     pRecord->m_strDescription = product.summary;
     pRecord->m_strVersion = ExtractFromVERSION(product.versionFolder);
-    StorePackage(Combine(pRecord->m_strName, pRecord->m_strVendor, pRecord->m_strVersion), pRecord);
+    m_pPackageMap->SetAt(Combine(pRecord->m_strName, pRecord->m_strVendor, pRecord->m_strVersion), pRecord);
 }
 
 // The Orbis client keeps its "VERSION" in its daemon folder, every other product in

@@ -87,12 +87,6 @@ std::string CSoftwareCollector::Combine(const std::string& a, const std::string&
 
 bool CSoftwareCollector::Cancelled() const { return m_pApp && m_pApp->CheckExecuteCancelled(); }
 
-void CSoftwareCollector::StorePackage(const std::string& key, CSoftwarePackageObject* pRecord) {
-    CObject* pOld = nullptr;
-    if (m_pPackageMap->Lookup(key, pOld) && pOld != pRecord) delete pOld;
-    m_pPackageMap->SetAt(key, pRecord);
-}
-
 bool CSoftwareCollector::ScanPackages(CInvMap* pSoftwareMap) {
     std::vector<std::string> packages;
     {
@@ -165,7 +159,7 @@ bool CSoftwareCollector::processPackage(const std::string& strName, CInvMap* pSo
             pRecord->m_strVendor = fields.company;
             pRecord->m_strDescription = fields.summary;
             if (m_pLogger) m_pLogger->log("Call SetAt");
-            StorePackage(key, pRecord);
+            m_pPackageMap->SetAt(key, pRecord);
             if (m_pLogger) {
                 m_pLogger->log("Package %s", strName.c_str());
                 m_pLogger->log("Version %s", fields.version.c_str());

@@ -11,7 +11,6 @@
 class CInvMap;
 class CSoftwareListApp;
 class CSoftwareObject;
-class CSoftwarePackageObject;
 class CZEVLogger;
 
 class CSoftwareCollector {
@@ -70,8 +69,6 @@ private:
 
     bool Cancelled() const;
     void CheckProduct(const ProductCheck& product);
-    // Stores a package record under `key`, destroying one it replaces.
-    void StorePackage(const std::string& key, CSoftwarePackageObject* pRecord);
 
     CSoftwareListApp* m_pApp;
     const char* m_pszListCommand;
