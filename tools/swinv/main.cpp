@@ -63,6 +63,12 @@ const char* const kStatusExamples = R"(Examples:
 int UsageError(const CLI::App& app, const CLI::ParseError& error) {
     std::string help = "swinv --help";
     for (const CLI::App* sub : app.get_subcommands()) help = "swinv " + sub->get_name() + " --help";
+    const auto rest = app.remaining();
+    if (app.get_subcommands().empty() && !rest.empty() && rest.front()[0] != '-') {
+        std::cerr << "swinv: unknown command '" << rest.front() << "'; the commands are run, config, show and status; see '"
+                  << help << "'\n";
+        return swinv::kExitUsage;
+    }
     std::cerr << "swinv: " << error.what() << "; see '" << help << "'\n";
     return swinv::kExitUsage;
 }
