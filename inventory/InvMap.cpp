@@ -29,10 +29,12 @@ void WalkTogether(const EntryMap& a, const EntryMap* b, F&& f) {
     auto ib = b ? b->begin() : a.end();
     const auto endB = b ? b->end() : a.end();
     while (ia != a.end() || ib != endB) {
-        if (ib == endB || (ia != a.end() && ia->first < ib->first)) {
+        // One three-way comparison per step: key bytes are the costly part of the walk.
+        const int cmp = ia == a.end() ? 1 : ib == endB ? -1 : ia->first.compare(ib->first);
+        if (cmp < 0) {
             const Entry& e = *ia++;
             f(e.first, &e, nullptr);
-        } else if (ia == a.end() || ib->first < ia->first) {
+        } else if (cmp > 0) {
             const Entry& e = *ib++;
             f(e.first, nullptr, &e);
         } else {
@@ -233,9 +235,10 @@ CInvMap& CInvMap::operator+=(CInvMap& other) {
     auto it = m_map.begin();
     auto io = other.m_map.begin();
     while (it != m_map.end() && io != other.m_map.end()) {
-        if (it->first < io->first) {
+        const int cmp = it->first.compare(io->first);
+        if (cmp < 0) {
             ++it;
-        } else if (io->first < it->first) {
+        } else if (cmp > 0) {
             ++io;
         } else {
             const std::string key = it->first;
