@@ -19,6 +19,9 @@ constexpr unsigned int kSchemaNotSerializable = 0xFFFF;
 constexpr unsigned int kSchemaVersionable = 0x80000000u;
 // First piece of a string's bytes; later pieces double, so memory follows the data.
 constexpr unsigned long long kStringChunk = 64 * 1024;
+// Real streams nest a few levels (map, record); a deeper one is hostile and would
+// otherwise run the host thread out of stack.
+constexpr unsigned int kMaxLoadDepth = 256;
 
 void DefaultAssertHandler(const char* lpszFile, int nLine) {
     std::fprintf(stderr, "%s(%d): assertion failed\n", lpszFile, nLine);
@@ -470,6 +473,7 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
         if (obTag >= m_loadKinds.size() || m_loadKinds[obTag] != kindObject) return nullptr;
         return static_cast<CObject*>(m_pLoadArray->GetAt(static_cast<int>(obTag)));
     }
+    if (m_nLoadDepth >= kMaxLoadDepth) ThrowFileException();
     CObject* pOb = pClass->CreateObject();
     if (!pOb) {
         m_bBroken = true;
@@ -478,11 +482,15 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
     const std::uint32_t index = m_mapCount;
     try {
         AppendLoaded(pOb, kindObject);
-        struct SchemaScope {
-            unsigned int& slot;
-            unsigned int saved;
-            ~SchemaScope() { slot = saved; }
-        } scope{m_objectSchema, m_objectSchema};
+        struct LoadScope {
+            unsigned int& schemaSlot;
+            unsigned int savedSchema;
+            unsigned int& depth;
+            ~LoadScope() {
+                schemaSlot = savedSchema;
+                --depth;
+            }
+        } scope{m_objectSchema, m_objectSchema, ++m_nLoadDepth};
         m_objectSchema = schema;
         pOb->Serialize(*this);
     } catch (...) {

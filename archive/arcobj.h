@@ -102,7 +102,7 @@ private:
     void AppendLoaded(void* p, LoadKind kind);
     void ReadStringBytes(std::string& str, unsigned long long nBytes);
 
-    bool m_directBuffer = false;
+    [[maybe_unused]] bool m_directBuffer = false;   // kept for layout; the direct mode is never used
     unsigned int m_objectSchema = 0xFFFFFFFF;
     std::string m_fileName;
     unsigned int m_mode;
@@ -119,10 +119,11 @@ private:
     };
     CMapPtrToPtr* m_schemaMap = nullptr;
     unsigned int m_growSize;
-    unsigned int m_hashSize = 137;
+    [[maybe_unused]] unsigned int m_hashSize = 137;   // kept; the store map has no hash table
     std::vector<unsigned char> m_loadKinds;   // parallel to m_pLoadArray
     bool m_bBroken = false;                     // set when a class could not be resolved
     bool m_bShortRead = false;                  // a Read delivered less than asked
+    unsigned int m_nLoadDepth = 0;              // objects being loaded inside each other
 };
 
 CArchive& operator<<(CArchive& ar, const CObject* pOb);

@@ -331,3 +331,18 @@ TEST(ArchiveRobustness, ClaimedSizesDoNotDriveAllocation) {
         EXPECT_LT(largest.Value(), 1u << 20);
     }
 }
+
+TEST(ArchiveRobustness, NestingDepthIsBounded) {
+    TrackedCreation tracked;
+    // Lists inside lists: the first carries the class record, the rest the class tag.
+    auto nested = [](int depth) {
+        Bytes bytes = Cat({{0xFF, 0xFF}, ClassRecord(0, "CObList")});
+        for (int i = 1; i < depth; ++i) bytes = Cat({bytes, {0x01, 0x00, 0x01, 0x80}});
+        return Cat({bytes, {0x00, 0x00}});
+    };
+    CObject* top = nullptr;
+    EXPECT_TRUE(TryLoad(nested(200), 4096, top));
+    ASSERT_NE(nullptr, top);
+    TrackedCreation::DeleteLive();
+    EXPECT_FALSE(TryLoad(nested(5000), 4096, top));
+}
