@@ -10,8 +10,7 @@
 #include "inventory/SoftwarePackageObject.h"
 #include "support/ZEVLogger.h"
 
-#include <fcntl.h>
-#include <sys/resource.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,17 +36,9 @@ public:
     std::string home;
 };
 
-// Takes every descriptor a process may still open, so that the next popen fails.
-void ExhaustDescriptors() {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur > 256) {
-        limit.rlim_cur = 256;
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-    while (open("/dev/null", O_RDONLY) >= 0) {
-    }
-}
+// Inside a private mount namespace: the shell becomes a device that cannot be run,
+// so that popen and GetSimpleCommand can no longer start any command.
+void BreakShell() { ASSERT_EQ(0, mount("/dev/null", "/bin/sh", nullptr, MS_BIND, nullptr)); }
 
 }  // namespace
 
@@ -256,6 +247,7 @@ TEST(PackageScan, WithoutPackageMapOnlyFileListsAreRead) {
 }
 
 TEST(PackageScan, CommandsThatCannotStart) {
+    SKIP_UNLESS_ROOT();
     TempHome home;
     testutil::WriteFileText(home.home + "bin/zevclient", "x");
     FakePackageManager fake;
@@ -264,31 +256,33 @@ TEST(PackageScan, CommandsThatCannotStart) {
     fake.SetQuery("b", "b^1^B^O");
     fake.SetQuery("c", "c^1^C^O");
 
-    // No descriptor left for the list command: false, and nothing recorded.
-    EXPECT_CHILD_OK(collectortest::Forked, [&] {
+    // The list command cannot start: false, and nothing recorded.
+    EXPECT_CHILD_OK(collectortest::Isolated, [&] {
         CInvMap software, packages;
         CSoftwareCollector collector;
         collector.ConfigureForDpkg();
         collector.SetPackageMap(&packages);
-        ExhaustDescriptors();
+        BreakShell();
         EXPECT_FALSE(collector.ScanPackages(&software));
         EXPECT_EQ(0, packages.GetCount());
     });
+    EXPECT_EQ("", fake.Calls());
 
-    // The descriptors run out while "b" is queried: its query and its file list cannot
-    // start, the scan ends with false, "a" stays and no product check runs.
-    EXPECT_CHILD_OK(collectortest::Forked, [&] {
+    // Nothing starts any more from the query of "b" on: no record for it, its file list
+    // cannot start, the scan ends with false, "a" stays and no product check runs.
+    EXPECT_CHILD_OK(collectortest::Isolated, [&] {
         CInvMap software, packages;
         CSoftwareCollector collector;
         collector.ConfigureForDpkg();
         collector.SetPackageMap(&packages);
         hostshim::SetCommandObserver([](const char* command) {
-            if (std::string(command) == std::string(kDpkgQuery) + "b") ExhaustDescriptors();
+            if (std::string(command) == std::string(kDpkgQuery) + "b") BreakShell();
         });
         EXPECT_FALSE(collector.ScanPackages(&software));
         EXPECT_EQ(std::vector<std::string>{"a\\O\\1"}, Keys(packages));
     });
-    EXPECT_EQ(std::string::npos, fake.Calls().find("[b]")) << "b's query could not have started";
+    EXPECT_NE(std::string::npos, fake.Calls().find("[--listfiles] [a]"));
+    EXPECT_EQ(std::string::npos, fake.Calls().find("[b]"));
 }
 
 TEST(PackageScan, VersionInfoFromOwnerAndProductFolders) {
