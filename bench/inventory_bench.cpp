@@ -7,6 +7,7 @@
 #include <benchmark/benchmark.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -118,11 +119,17 @@ void BM_Compress9(benchmark::State& state) {
     state.counters["ratio"] = static_cast<double>(n) / static_cast<double>(outLen ? outLen : 1);
 }
 
-}  // namespace
+// On a shared machine the fastest repetition is the least disturbed one.
+double Fastest(const std::vector<double>& v) { return *std::min_element(v.begin(), v.end()); }
 
-BENCHMARK(BM_DifferenceMaps)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ToMemory)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_DiffAndToMemory)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Compress9)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+#define INVENTORY_BENCH(fn) \
+    BENCHMARK(fn)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest)
+
+INVENTORY_BENCH(BM_DifferenceMaps);
+INVENTORY_BENCH(BM_ToMemory);
+INVENTORY_BENCH(BM_DiffAndToMemory);
+INVENTORY_BENCH(BM_Compress9);
+
+}  // namespace
 
 BENCHMARK_MAIN();

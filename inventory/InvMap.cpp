@@ -3,6 +3,9 @@
 // file, fsync, rename), so a crash leaves either the old or the new file.
 #include "InvMap.h"
 
+#include "SoftwareObject.h"
+#include "SoftwarePackageObject.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,12 +28,13 @@ using Entry = EntryMap::value_type;
 // replacing values, in either map during the walk is safe.
 template <class F>
 void WalkTogether(const EntryMap& a, const EntryMap* b, F&& f) {
+    static const EntryMap kEmpty;
+    const EntryMap& bb = b ? *b : kEmpty;
     auto ia = a.begin();
-    auto ib = b ? b->begin() : a.end();
-    const auto endB = b ? b->end() : a.end();
-    while (ia != a.end() || ib != endB) {
+    auto ib = bb.begin();
+    while (ia != a.end() || ib != bb.end()) {
         // One three-way comparison per step: key bytes are the costly part of the walk.
-        const int cmp = ia == a.end() ? 1 : ib == endB ? -1 : ia->first.compare(ib->first);
+        const int cmp = ia == a.end() ? 1 : ib == bb.end() ? -1 : ia->first.compare(ib->first);
         if (cmp < 0) {
             const Entry& e = *ia++;
             f(e.first, &e, nullptr);
@@ -42,6 +46,26 @@ void WalkTogether(const EntryMap& a, const EntryMap* b, F&& f) {
             const Entry& eb = *ib++;
             f(ea.first, &ea, &eb);
         }
+    }
+}
+
+// Starts loading one entry's key and record text into the cache.
+void PrefetchEntry(const Entry& e) {
+    __builtin_prefetch(e.first.data());
+    const CObject* p = e.second;
+    if (!p) return;
+    const CRuntimeClass* cls = p->GetRuntimeClass();
+    if (cls == CLASS_RECORD(CSoftwarePackageObject)) {
+        const auto* r = static_cast<const CSoftwarePackageObject*>(p);
+        __builtin_prefetch(r->m_strName.data());
+        __builtin_prefetch(r->m_strVendor.data());
+        __builtin_prefetch(r->m_strDescription.data());
+    } else if (cls == CLASS_RECORD(CSoftwareObject)) {
+        const auto* r = static_cast<const CSoftwareObject*>(p);
+        __builtin_prefetch(r->m_strDescription.data());
+        __builtin_prefetch(r->m_strCompanyName.data());
+        __builtin_prefetch(r->m_strInfo1.data());
+        __builtin_prefetch(r->m_strPackage.data());
     }
 }
 
@@ -253,7 +277,7 @@ CInvMap& CInvMap::operator+=(CInvMap& other) {
 
 void CInvMap::Serialize(CArchive& ar) {
     if (ar.IsStoring()) {
-        CMapStringToOb::Serialize(ar);
+        StoreEntries(ar);
         return;
     }
     CObject::Serialize(ar);
@@ -263,6 +287,21 @@ void CInvMap::Serialize(CArchive& ar) {
     for (std::uint32_t i = 0; i < nCount; ++i) {
         ar >> key;
         SetAt(key, ReadOwnedValue(ar));
+    }
+}
+
+void CInvMap::StoreEntries(CArchive& ar) {
+    CObject::Serialize(ar);
+    ar.WriteCount(static_cast<std::uint32_t>(m_map.size()));
+    // A second iterator runs ahead and starts loading the keys and records the
+    // loop will write: on large maps the loop waits on memory, not on the archive.
+    constexpr int kAhead = 6;
+    auto ahead = m_map.begin();
+    for (int i = 0; i < kAhead && ahead != m_map.end(); ++i, ++ahead) PrefetchEntry(*ahead);
+    for (const auto& entry : m_map) {
+        if (ahead != m_map.end()) PrefetchEntry(*ahead++);
+        ar << entry.first;
+        ar.WriteObject(entry.second);
     }
 }
 
@@ -280,6 +319,8 @@ CObject* CInvMap::ReadOwnedValue(CArchive& ar) {
         throw new CFileException;
     CObject* pOb = pClass->CreateObject();
     if (!pOb) throw new CFileException;
+    // The object takes its index before its own contents, as ReadObject numbers them.
+    // If loading fails the archive is abandoned, so its slot never serves a reference.
     ar.MapObject(pOb);
     try {
         pOb->Serialize(ar);   // the schema ReadClass found is waiting in the archive

@@ -52,6 +52,8 @@ private:
     static void DestroyValue(CObject* pValue);
     // Fresh copy of a record through its class record; null for anything else.
     static CObject* CopyRecord(CObject* pValue);
+    // The storing half of Serialize: the bytes of CMapStringToOb::Serialize.
+    void StoreEntries(CArchive& ar);
     // Reads one value of a stored entry; only freshly created objects are accepted.
     static CObject* ReadOwnedValue(CArchive& ar);
 };

@@ -11,9 +11,11 @@ public:
     ~CListObject() override = default;
 
     void Serialize(CArchive& ar) override;
-    // Copies every field of `pSrc`, which must be a record of the same class.
+    // Copies every field of `pSrc`, a record of the same class; the derived
+    // records leave themselves unchanged for any other source.
     virtual void CopyItems(CObject* pSrc);
-    // True when `pOther` (same class, unchecked) describes the same state of the item.
+    // True when `pOther` describes the same state of the item; a record of another
+    // class never does in the derived records (this base level answers true).
     virtual bool IsTheSameAs(CObject* pOther);
 };
 
