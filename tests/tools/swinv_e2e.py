@@ -167,7 +167,7 @@ class RunTest(SwinvCase):
         self.assertFalse(os.path.exists(self.data + "SWPackage.bin"))
 
     def test_progress_only_on_a_terminal(self):
-        self.assertEqual(self.swinv("run").stderr, "")
+        self.assertNotIn("packages queried", self.swinv("run").stderr)
         if not shutil.which("script"):
             self.skipTest("script(1) is not installed")
         command = shlex.join([SWINV, "--home", self.home, "run"])

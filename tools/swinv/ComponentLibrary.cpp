@@ -20,7 +20,8 @@ void Bind(F& target, void* symbol) {
 
 ComponentLibrary::ComponentLibrary(const std::string& path) : m_path(path), m_handle(nullptr), m_exports{} {
     // RTLD_NOW: the host symbols (settings, command runner) must resolve now, not mid-run.
-    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // RTLD_NODELETE: the code stays mapped after dlclose, so exit-time reports can name it.
+    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (!m_handle) {
         const char* why = dlerror();
         throw SwinvError("cannot load the component library " + path + ": " + (why ? why : "unknown error") +
