@@ -65,7 +65,7 @@ int CSoftwareListApp::SetConfig(CNDKMessage& message) {
     }
     Config config(ConfigPath().c_str());
     config.setItems(strSettings, false);
-    config.updateConfigFile();   // a failed write is not reported, by design
+    config.updateConfigFile();   // a failed write goes unreported: the result stays 1
 
     if (m_pLogger) m_pLogger->log("Check for extra files to scan");
     CStringArray paths;
