@@ -115,6 +115,12 @@ TEST(Exports, HaltHoldsUntilInitialisedAndLoggingNeedsExactlyOne) {
     ASSERT_GE(text.size(), 20u);
     EXPECT_EQ(text.substr(19), "Enum Software\n");
 
+    // A host that passes no record: inventory and full inventory still run.
+    CNDKMessage plain;
+    EXPECT_EQ(lib.Execute(0, plain, nullptr), 3);
+    EXPECT_EQ(lib.Execute(65546, plain, nullptr), 3);
+    EXPECT_EQ(lib.InitClient(nullptr), 0);
+
     CNDKMessage ack;
     lib.DataSent(ack);
     EXPECT_TRUE(testutil::FileExists(home + "data/SWList.bin"));
