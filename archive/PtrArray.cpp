@@ -5,22 +5,25 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
+#include <new>
 #include <vector>
 
 IMPLEMENT_RUNTIME_CLASS(CPtrArray, CObject, 0xFFFF)
 
-CPtrArray::~CPtrArray() { delete[] m_pData; }
+CPtrArray::~CPtrArray() { std::free(m_pData); }
 
 void CPtrArray::SetSize(int nNewSize, int nGrowBy) {
     if (nGrowBy != -1) m_nGrowBy = nGrowBy;
     if (nNewSize <= 0) {
-        delete[] m_pData;
+        std::free(m_pData);
         m_pData = nullptr;
         m_nSize = m_nMaxSize = 0;
         return;
     }
     if (!m_pData) {
-        m_pData = new void*[static_cast<std::size_t>(nNewSize)]();
+        m_pData = static_cast<void**>(std::calloc(static_cast<std::size_t>(nNewSize), sizeof(void*)));
+        if (!m_pData) throw std::bad_alloc();
         m_nSize = m_nMaxSize = nNewSize;
         return;
     }
@@ -32,9 +35,11 @@ void CPtrArray::SetSize(int nNewSize, int nGrowBy) {
     long long step = m_nGrowBy;
     if (step <= 0) step = std::min(1024, std::max(4, m_nSize / 8));
     const long long newMax = std::min<long long>(INT_MAX, std::max<long long>(m_nMaxSize + step, nNewSize));
-    void** data = new void*[static_cast<std::size_t>(newMax)]();
-    std::copy(m_pData, m_pData + m_nSize, data);
-    delete[] m_pData;
+    // realloc moves large blocks by remapping pages, so the archive's load array, which
+    // grows 64 slots at a time, stays linear in the number of objects loaded.
+    void** data = static_cast<void**>(std::realloc(m_pData, static_cast<std::size_t>(newMax) * sizeof(void*)));
+    if (!data) throw std::bad_alloc();
+    std::fill(data + m_nSize, data + newMax, nullptr);
     m_pData = data;
     m_nSize = nNewSize;
     m_nMaxSize = static_cast<int>(newMax);
@@ -44,10 +49,11 @@ void CPtrArray::FreeExtra() {
     if (m_nSize == m_nMaxSize) return;
     void** data = nullptr;
     if (m_nSize > 0) {
-        data = new void*[static_cast<std::size_t>(m_nSize)];
+        data = static_cast<void**>(std::malloc(static_cast<std::size_t>(m_nSize) * sizeof(void*)));
+        if (!data) throw std::bad_alloc();
         std::copy(m_pData, m_pData + m_nSize, data);
     }
-    delete[] m_pData;
+    std::free(m_pData);
     m_pData = data;
     m_nMaxSize = m_nSize;
 }
