@@ -171,8 +171,9 @@ class RunTest(SwinvCase):
         if not shutil.which("script"):
             self.skipTest("script(1) is not installed")
         command = shlex.join([SWINV, "--home", self.home, "run"])
+        # script(1) gives the run a terminal; it needs an open standard input, which CI may lack.
         done = subprocess.run(["script", "-qec", command, "/dev/null"], capture_output=True, text=True,
-                              env=self.env, timeout=600)
+                              stdin=subprocess.DEVNULL, env=self.env, timeout=600)
         self.assertEqual(done.returncode, 0, done.stdout)
         self.assertIn("packages queried: 3/3", done.stdout)
         self.assertRegex(done.stdout, r"inventory: 3 packages queried in \d+\.\d s")
