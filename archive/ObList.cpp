@@ -7,15 +7,13 @@
 
 IMPLEMENT_PERSISTENT(CObList, CObject, 0)
 
-namespace {
-// What a null or stale position yields; reset before each use so a caller's write
+// What a null or stale position yields. The slot belongs to the list (each list is
+// used by one thread at a time) and is reset before each use, so a caller's write
 // through the reference cannot leak into the next answer.
-CObject*& NullSlot() {
-    thread_local CObject* slot = nullptr;
-    slot = nullptr;
-    return slot;
+CObject*& CObList::NullSlot() {
+    m_pNullSlot = nullptr;
+    return m_pNullSlot;
 }
-}  // namespace
 
 void CObList::AddHead(CObject* newElement) { m_items.insert(m_items.begin(), newElement); }
 

@@ -37,6 +37,9 @@ public:
     void Serialize(CArchive& ar) override;
 
 private:
+    CObject*& NullSlot();
+
     std::vector<CObject*> m_items;
     std::uint32_t m_nCursor = 0;
+    CObject* m_pNullSlot = nullptr;
 };

@@ -463,6 +463,11 @@ CRuntimeClass* CArchive::ReadClass(const CRuntimeClass* pClassRefRequested, unsi
     return pClass;
 }
 
+CArchive::NestingScope::NestingScope(CArchive& ar) : m_ar(ar) {
+    if (m_ar.m_nLoadDepth >= kMaxLoadDepth) ThrowFileException();
+    ++m_ar.m_nLoadDepth;
+}
+
 CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
     unsigned int schema = 0;
     std::uint32_t obTag = 0;
@@ -473,7 +478,7 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
         if (obTag >= m_loadKinds.size() || m_loadKinds[obTag] != kindObject) return nullptr;
         return static_cast<CObject*>(m_pLoadArray->GetAt(static_cast<int>(obTag)));
     }
-    if (m_nLoadDepth >= kMaxLoadDepth) ThrowFileException();
+    NestingScope nesting(*this);
     CObject* pOb = pClass->CreateObject();
     if (!pOb) {
         m_bBroken = true;
@@ -482,15 +487,11 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
     const std::uint32_t index = m_mapCount;
     try {
         AppendLoaded(pOb, kindObject);
-        struct LoadScope {
+        struct SchemaScope {
             unsigned int& schemaSlot;
             unsigned int savedSchema;
-            unsigned int& depth;
-            ~LoadScope() {
-                schemaSlot = savedSchema;
-                --depth;
-            }
-        } scope{m_objectSchema, m_objectSchema, ++m_nLoadDepth};
+            ~SchemaScope() { schemaSlot = savedSchema; }
+        } scope{m_objectSchema, m_objectSchema};
         m_objectSchema = schema;
         pOb->Serialize(*this);
     } catch (...) {

@@ -76,6 +76,20 @@ public:
     void SerializeClass(const CRuntimeClass* pClassRef);
     void MapObject(const CObject* pOb);
 
+    // Marks one object being loaded inside another for as long as it lives. Past the
+    // nesting limit it throws CFileException*, so a hostile stream cannot exhaust the
+    // stack; loaders that create objects themselves use it as ReadObject does.
+    class NestingScope {
+    public:
+        explicit NestingScope(CArchive& ar);
+        ~NestingScope() { --m_ar.m_nLoadDepth; }
+        NestingScope(const NestingScope&) = delete;
+        NestingScope& operator=(const NestingScope&) = delete;
+
+    private:
+        CArchive& m_ar;
+    };
+
     // Line reading (see the implementation for the CR/LF rules).
     char* ReadString(char* lpsz, int nMax);
     bool ReadString(std::string& rString);

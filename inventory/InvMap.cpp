@@ -148,15 +148,6 @@ std::string FolderOf(const std::string& path) {
     return path.substr(0, slash);
 }
 
-// Deeper nesting than any inventory uses is taken as a corrupt (or hostile) stream.
-constexpr int kMaxNesting = 32;
-thread_local int t_nLoadDepth = 0;
-
-struct DepthGuard {
-    DepthGuard() { ++t_nLoadDepth; }
-    ~DepthGuard() { --t_nLoadDepth; }
-};
-
 }  // namespace
 
 CInvMap::CInvMap() : CMapStringToOb(10) {}
@@ -306,8 +297,8 @@ void CInvMap::StoreEntries(CArchive& ar) {
 }
 
 CObject* CInvMap::ReadOwnedValue(CArchive& ar) {
-    DepthGuard depth;
-    if (t_nLoadDepth > kMaxNesting) throw new CFileException;
+    // Endless nesting in a corrupt (or hostile) stream is refused, not recursed.
+    CArchive::NestingScope nesting(ar);
     std::uint32_t nTag = 0xFFFFFFFF;
     CRuntimeClass* pClass = ar.ReadClass(nullptr, nullptr, &nTag);
     if (!pClass) {
