@@ -4,6 +4,7 @@
 #include "archive/MapStringToOb.h"
 
 #include "archive/IndexCursor.h"
+#include "archive/Prefetch.h"
 #include "archive/arcobj.h"
 
 IMPLEMENT_PERSISTENT(CMapStringToOb, CObject, 0)
@@ -69,6 +70,10 @@ void CMapStringToOb::GetNextAssoc(POSITION& rNextPosition, std::string& rKey, CO
     rKey = it->first;
     rValue = it->second;
     ++it;
+    if (it != m_map.end()) {
+        PrefetchAhead(&*it);
+        __builtin_prefetch(it->first.data());
+    }
     m_iter = it;
     m_nIterIndex = index + 1;
     *rNextPosition = index + 1;
