@@ -1,0 +1,57 @@
+// Folder codes, menu records and the host settings behind the component frame.
+#include "component/CompMenuList.h"
+#include "component/FolderInfo.h"
+#include "component/HostSettings.h"
+
+#include "HostShim.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <string>
+
+TEST(ComponentParts, FolderCodes) {
+    const struct { int code; const char* folder; } cases[] = {
+        {1, "/x/lib/"}, {2, "/x/"}, {7, "/x/data/"}, {8, "/x/bin/"}, {9, "/x/data/"}, {10, "/x/gui/"},
+        {0, ""}, {3, ""}, {6, ""}, {11, ""}, {-1, ""}, {INT_MIN, ""}, {INT_MAX, ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(FolderInfo::getFolder("/x/", c.code), c.folder) << c.code;
+    EXPECT_EQ(FolderInfo::getFolder("", 9), "data/");
+    EXPECT_EQ(FolderInfo::getFolder("/x", 8), "/xbin/");
+}
+
+TEST(ComponentParts, MenuRecordCopiesCarryAux) {
+    CCompMenuInfo info(10, "Full inventory", 0xBEEF, 0xCAFEF00Du);
+    info.m_strAux = "aux";
+    CCompMenuInfo assigned;
+    assigned = info;
+    CCompMenuList list;
+    list.Add(info);
+    for (const CCompMenuInfo& r : {CCompMenuInfo(info), assigned, list[0]}) {
+        EXPECT_EQ(r.m_nCommand, 10u);
+        EXPECT_EQ(r.m_strText, "Full inventory");
+        EXPECT_EQ(r.m_strAux, "aux");
+        EXPECT_EQ(r.m_wFlags, 0xBEEF);
+        EXPECT_EQ(r.m_dwData, 0xCAFEF00Du);
+    }
+}
+
+TEST(ComponentParts, HostSettingsSingletonAndCommands) {
+    EXPECT_EQ(hostshim::SettingsConstructions(), 1);   // built at load, before this test asked
+    zev::Settings_t& settings = zev::singleton<zev::Settings_t>::instance();
+    EXPECT_EQ(&settings, &zev::singleton<zev::Settings_t>::instance());
+    ::setenv("ZEV_HOME", "/agent/home", 1);
+    EXPECT_EQ(settings.getHomePath(), "/agent/home/");
+    hostshim::SetHomePath("/set/by/host/");
+    EXPECT_EQ(settings.getHomePath(), "/set/by/host/");
+    hostshim::ResetHomePath();
+    ::unsetenv("ZEV_HOME");
+    std::string out;
+    EXPECT_TRUE(GetSimpleCommand("printf 'one\\ntwo\\n\\nlast'", out));
+    EXPECT_EQ(out, "one\ntwo\n\nlast");
+    EXPECT_TRUE(GetSimpleCommand("head -c 200000 /dev/zero | tr '\\0' z", out));
+    EXPECT_EQ(out, std::string(200000, 'z'));
+    EXPECT_FALSE(GetSimpleCommand("echo partial; exit 3", out));
+    EXPECT_FALSE(GetSimpleCommand("kill -9 $$", out));
+}
