@@ -1,10 +1,12 @@
-// Small helpers shared by the tests: a private temporary folder that removes
-// itself, and whole-file reads and writes.
+// Helpers shared by the tests: temporary folders, whole files, forked children, mount namespaces.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
+
+class CObject;
 
 namespace testutil {
 
@@ -15,9 +17,7 @@ public:
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
-
     const std::string& path() const { return m_path; }
-    // path() + "/" + name
     std::string file(const std::string& name) const { return m_path + "/" + name; }
 
 private:
@@ -30,7 +30,49 @@ void WriteFileBytes(const std::string& path, const std::vector<std::uint8_t>& by
 void WriteFileText(const std::string& path, const std::string& text, unsigned mode = 0644);
 bool FileExists(const std::string& path);
 void MakeDirs(const std::string& path);
-// Formats bytes as "0A 0B ..." so failed golden-byte comparisons read well.
+// "0A 0B ...", so that failed golden-byte comparisons read well.
 std::string Hex(const std::vector<std::uint8_t>& bytes);
+// The lines of a log file without their 19-character time stamps.
+std::vector<std::string> LogMessages(const std::string& path);
+
+// Runs `body` in a forked child; its result is the exit status (128 + signal if killed).
+int RunInChild(const std::function<int()>& body);
+// The same in a private mount namespace (status 125 when that cannot be set up).
+int RunInPrivateMounts(const std::function<int()>& body);
+// Inside RunInPrivateMounts: lays a writable, empty overlay kept in the empty folder `scratch` on `target`.
+bool OverlayFolder(const std::string& target, const std::string& scratch);
+
+// Fake "dpkg-query" and "rpm" first on PATH; each call adds "tool [arg]...\n" to Calls().
+// Set(kind, key, text) answers "list" (key ""), "query", "files" or "owner"; other calls fail.
+// A file "delay" makes the list command touch "started", then sleep that many seconds.
+class FakePackageManager {
+public:
+    FakePackageManager();
+    ~FakePackageManager();
+    void Set(const std::string& kind, const std::string& key, const std::string& text);
+    std::string Calls() const { return ReadFileText(m_dir.file("calls")); }
+    void ClearCalls() { WriteFileText(m_dir.file("calls"), ""); }
+    std::string file(const std::string& name) const { return m_dir.file(name); }
+
+private:
+    TempDir m_dir;
+    std::string m_oldPath;
+};
+
+// An inventory map's keys in its (ascending) order, and the record under a key (or null).
+template <class Map>
+std::vector<std::string> Keys(Map& map) {
+    std::vector<std::string> keys;
+    std::string key;
+    CObject* value = nullptr;
+    for (auto pos = map.GetStartPosition(); pos; keys.push_back(key)) map.GetNextAssoc(pos, key, value);
+    return keys;
+}
+
+template <class T, class Map>
+T* At(Map& map, const std::string& key) {
+    CObject* value = nullptr;
+    return map.Lookup(key, value) ? static_cast<T*>(value) : nullptr;
+}
 
 }  // namespace testutil

@@ -1,0 +1,414 @@
+// The collector against fake and real package managers, the Halvorn product folders
+// (faked inside private mount namespaces), the file walk on temporary trees, and
+// cancellation through the component object's flag.
+#include "HostShim.h"
+#include "TestUtil.h"
+#include "collector/softwarecollector.h"
+#include "component/ComponentGlobals.h"
+#include "inventory/InvMap.h"
+#include "inventory/SoftwareObject.h"
+#include "inventory/SoftwarePackageObject.h"
+#include "softwarelist/softwarelist.h"
+#include "support/ZEVLogger.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+using Strings = std::vector<std::string>;
+using testutil::Keys;
+
+namespace {
+
+const std::string kQuery = "dpkg-query --show --showformat '${Package}^${Version}^${Description}^${Origin}' ";
+const std::string kElf("\x7F" "ELF\x02\x01\x01", 7);
+
+// Runs gtest expectations in a child inside a private mount namespace; 0 when none failed.
+int Isolated(const std::function<void()>& body) {
+    return testutil::RunInPrivateMounts([&] { return body(), ::testing::Test::HasFailure() ? 1 : 0; });
+}
+
+// "name|vendor|description|version|flags" of the package record under `key`.
+std::string Record(CInvMap& map, const std::string& key) {
+    const auto* r = testutil::At<CSoftwarePackageObject>(map, key);
+    return r ? r->m_strName + "|" + r->m_strVendor + "|" + r->m_strDescription + "|" + r->m_strVersion + "|" +
+                   std::to_string(r->m_nFlags)
+             : "no record " + key;
+}
+
+// A collector with a package map and a log, the host's home path on a fresh folder, and
+// every command line given to GetSimpleCommand recorded.
+struct Rig {
+    explicit Rig(bool rpm = false) {
+        testutil::MakeDirs(home + "bin");
+        hostshim::SetHomePath(home);
+        rpm ? collector.ConfigureForRpm() : collector.ConfigureForDpkg();
+        collector.SetPackageMap(&packages);
+        collector.SetLogger(&logger);
+        hostshim::SetCommandObserver([this](const char* command) { commands.push_back(command); });
+    }
+    ~Rig() {
+        hostshim::SetCommandObserver({});
+        hostshim::SetHomePath("");
+    }
+    Strings Log(const std::string& prefix = "") const {
+        Strings lines;
+        for (const std::string& m : testutil::LogMessages(dir.file("Software.log")))
+            if (m.rfind(prefix, 0) == 0) lines.push_back(m.substr(prefix.size()));
+        return lines;
+    }
+    testutil::TempDir dir;
+    const std::string home = dir.path() + "/";
+    CZEVLogger logger{dir.file("Software.log")};
+    CInvMap software, packages;
+    CSoftwareCollector collector;
+    Strings commands;
+};
+
+void Put(const std::string& path, const std::string& text = "") {
+    testutil::MakeDirs(path.substr(0, path.rfind('/')));
+    testutil::WriteFileText(path, text, 0755);
+}
+
+}  // namespace
+
+TEST(PackageScan, CommandLinesOfBothPackageManagers) {
+    testutil::FakePackageManager fake;
+    fake.Set("list", "", "foo\nbar\n");
+    fake.Set("query", "foo", "foo^1.2^^");
+    fake.Set("files", "foo", "/usr/bin/foo\n/usr/share/doc/foo\n");
+    {
+        Rig rig;
+        ASSERT_TRUE(rig.collector.ScanPackages(&rig.software));
+        EXPECT_EQ((Strings{kQuery + "foo", kQuery + "bar"}), rig.commands);
+        EXPECT_EQ("dpkg-query [--show] [--showformat] [${Package}\n]\n"
+                  "dpkg-query [--show] [--showformat] [${Package}^${Version}^${Description}^${Origin}] [foo]\n"
+                  "dpkg-query [--listfiles] [foo]\n"
+                  "dpkg-query [--show] [--showformat] [${Package}^${Version}^${Description}^${Origin}] [bar]\n"
+                  "dpkg-query [--listfiles] [bar]\n",
+                  fake.Calls());
+        EXPECT_EQ(Strings{"foo\\\\1.2"}, Keys(rig.packages));
+        EXPECT_EQ("foo| ||1.2|128", Record(rig.packages, "foo\\\\1.2"));
+        EXPECT_EQ(0, rig.software.GetCount());
+    }
+    fake.ClearCalls();
+    fake.Set("list", "", "kernel-2.6.18-8.el5\n");
+    fake.Set("query", "kernel-2.6.18-8.el5", "kernel^2.6.18^The kernel^Acme Linux");
+    fake.Set("owner", "/srv/tool", "toolpkg");
+    fake.Set("query", "toolpkg", "toolpkg^3.1^Tool summary^Acme Linux");
+    Rig rig(true);
+    ASSERT_TRUE(rig.collector.ScanPackages(&rig.software));
+    const std::string rpmQuery = " --queryformat '%{NAME}^%{VERSION}^%{SUMMARY}^%{VENDOR}'";
+    EXPECT_EQ(Strings{"rpm -q kernel-2.6.18-8.el5" + rpmQuery}, rig.commands);
+    EXPECT_EQ("rpm [-qa]\nrpm [-q] [kernel-2.6.18-8.el5] [--queryformat] [%{NAME}^%{VERSION}^%{SUMMARY}^%{VENDOR}]\n"
+              "rpm [-ql] [kernel-2.6.18-8.el5]\n",
+              fake.Calls());
+    EXPECT_EQ("kernel|Acme Linux|The kernel|2.6.18|128", Record(rig.packages, "kernel-2.6.18-8.el5\\Acme Linux\\2.6.18"));
+
+    // The owner's package query lands one slot off the query's order.
+    rig.commands.clear();
+    CSoftwareObject record;
+    record.m_strInfo1 = "/srv/tool";
+    rig.collector.ExtractVersionInfo(&record);
+    EXPECT_EQ((Strings{"rpm -qf /srv/tool", "rpm -q toolpkg" + rpmQuery}), rig.commands);
+    EXPECT_EQ("toolpkg|3.1|Tool summary^Acme Linux|", record.m_strVersion + "|" + record.m_strDescription + "|" +
+                                                           record.m_strCompanyName + "|" + record.m_strPackage);
+    EXPECT_EQ(Strings{"rpm -qf /srv/tool"}, rig.Log("command "));
+}
+
+TEST(PackageScan, OddOutputsFailuresAndProductWalks) {
+    testutil::FakePackageManager fake;
+    const std::string longName(900, 'a');
+    fake.Set("list", "", "one\nmulti\nnoorigin\nfails\nkernel-2.6.18\n\n" + longName + "\n");
+    fake.Set("query", "one", "one^only");
+    fake.Set("query", "multi", "multi^2.0^First line\n second line\n .\n third^Debian");
+    fake.Set("query", "noorigin", "noorigin^1^S^");
+    fake.Set("query", "kernel-2.6.18", "kernel-2.6.18^2.6.18^K^X");
+    Rig rig;
+    ASSERT_TRUE(rig.collector.ScanPackages(&rig.software));
+    EXPECT_EQ((Strings{"kernel-2.6.18\\X\\2.6.18", "multi\\Debian\\2.0", "noorigin\\\\1"}), Keys(rig.packages));
+    EXPECT_EQ("kernel|X|K|2.6.18|128", Record(rig.packages, "kernel-2.6.18\\X\\2.6.18"));
+    EXPECT_EQ("multi|Debian|First line|2.0|128", Record(rig.packages, "multi\\Debian\\2.0"));
+    EXPECT_EQ("noorigin| |S|1|128", Record(rig.packages, "noorigin\\\\1"));
+
+    // Every line's files are listed, the empty line's too; the line longer than 799 bytes
+    // arrives as two, and the 800-byte command buffer cuts the first one's commands.
+    const std::string calls = fake.Calls();
+    for (const std::string& name : Strings{"one", "multi", "noorigin", "fails", "kernel-2.6.18", std::string(101, 'a'),
+                                   std::string(799 - 23, 'a')})
+        EXPECT_NE(std::string::npos, calls.find("[--listfiles] [" + name + "]\n")) << name;
+    EXPECT_NE(std::string::npos, calls.find("dpkg-query [--listfiles]\n"));
+    EXPECT_EQ(1, std::count(rig.commands.begin(), rig.commands.end(), (kQuery + longName).substr(0, 799)));
+    EXPECT_EQ(1, std::count(rig.commands.begin(), rig.commands.end(), kQuery + std::string(101, 'a')));
+
+    // Then the home bin folder and the product folders are walked, the Pavo folder twice.
+    EXPECT_EQ((Strings{rig.home + "bin", "/usr/qor/", "/opt/Halvorn/HalvornOrbis/", "/opt/Halvorn/HalvornPavo/",
+                       "/opt/Halvorn/HalvornPavo/", "/usr/cir/", "/usr/pgs/", "/usr/mgl/", "/usr/dra/"}),
+              rig.Log("Start In: "));
+
+    // An empty or failing list still checks the products: an unknown home folder's record.
+    Put(rig.home + "bin/zevclient");
+    Put(rig.home + "bin/VERSION", "7.1\n");
+    for (const char* list : {"", static_cast<const char*>(nullptr)}) {
+        CInvMap packages;
+        list ? fake.Set("list", "", list) : void(unlink(fake.file("list.").c_str()));
+        rig.collector.SetPackageMap(&packages);
+        ASSERT_TRUE(rig.collector.ScanPackages(&rig.software));
+        EXPECT_EQ(Strings{"\\\\7.1\\\\7.1"}, Keys(packages));
+        EXPECT_EQ("|||7.1|128", Record(packages, "\\\\7.1\\\\7.1"));
+    }
+}
+
+TEST(PackageScan, VersionInfoFromOwnerAndProductFolders) {
+    testutil::FakePackageManager fake;
+    Rig rig;
+    Put(rig.home + "bin/VERSION", "4.2\n");
+    const std::string tool = rig.home + "bin/tool";
+    fake.Set("query", tool, "pkgtool");
+    fake.Set("query", "pkgtool", "pkgtool^1.0^Sum^Org");
+    fake.Set("query", "/srv/unowned", "dpkg-query: no path found matching pattern /srv/unowned\n");
+    fake.Set("query", "/srv/x%sy", "other");
+    fake.Set("query", "other", "no separators");
+    const struct {
+        std::string path, version, description, company, package;
+    } cases[] = {
+        // Below the home bin folder the version comes from VERSION and the key names the maker.
+        {tool, "4.2", "1.0", "Sum^Org", "halvorn-zev-client\\Halvorn Ltd\\4.2"},
+        {rig.home + "bin/other", "4.2", "", "Halvorn Ltd", "halvorn-zev-client\\Halvorn Ltd\\4.2"},
+        {"/srv/unowned", "keep", "", "", ""},   // an answer that repeats the path: no owner
+        {"/srv/x%sy", "keep", "", "", ""},      // "%" is not part of the format
+        {"/opt/Halvorn/HalvornPavo/bin/Client", "", "", "Someone", "halvorn-pavo-tutor\\Halvorn Ltd\\"},
+    };
+    for (const auto& c : cases) {
+        CSoftwareObject r;
+        r.m_strInfo1 = c.path;
+        r.m_strVersion = "keep";
+        r.m_strCompanyName = c.path[1] == 'o' ? "Someone" : "";
+        rig.collector.ExtractVersionInfo(&r);
+        EXPECT_EQ(c.version + "|" + c.description + "|" + c.company + "|" + c.package,
+                  r.m_strVersion + "|" + r.m_strDescription + "|" + r.m_strCompanyName + "|" + r.m_strPackage)
+            << c.path;
+    }
+    rig.collector.ExtractVersionInfo(nullptr);
+    EXPECT_EQ(kQuery + "pkgtool", rig.commands.at(1));
+    EXPECT_EQ("dpkg-query --show --showformat '${Filename}' /srv/x%sy", rig.commands.at(6));
+}
+
+TEST(ProductChecks, RecordsKeysAndVersionFiles) {
+    testutil::TempDir scratch;
+    testutil::MakeDirs(scratch.file("usr"));
+    testutil::MakeDirs(scratch.file("opt"));
+    testutil::FakePackageManager fake;
+    fake.Set("list", "", "");
+    EXPECT_EQ(0, Isolated([&] {
+        ASSERT_TRUE(testutil::OverlayFolder("/usr", scratch.file("usr")));
+        ASSERT_TRUE(testutil::OverlayFolder("/opt", scratch.file("opt")));
+        for (const char* marker : {"/usr/zev/bin/zevclient", "/usr/qor/daemon/clientdaemon", "/opt/Halvorn/HalvornOrbis/bin/Client",
+                                   "/opt/Halvorn/HalvornPavo/bin/Pavo", "/opt/Halvorn/HalvornPavo/bin/Client",
+                                   "/usr/cir/daemon/cirrodaemon", "/usr/mgl/daemon/cirrodaemon", "/usr/dra/daemon/cirrodaemon"})
+            Put(marker);
+        const std::pair<const char*, const char*> versions[] = {
+            {"zev/bin", "5.10\n"}, {"qor/daemon", "1.0\n"}, {"qor", "wrong folder\n"}, {"../opt/Halvorn/HalvornOrbis", "2.0\n2.1\n"},
+            {"../opt/Halvorn/HalvornPavo", "3.0\n"}, {"cir", "4.0"}, {"mgl", "6\n"}, {"dra", "7.0\r\n"}};
+        for (const auto& v : versions) Put(std::string("/usr/") + v.first + "/VERSION", v.second);
+        // A marker that is a link to nothing still counts.
+        testutil::MakeDirs("/usr/pgs/daemon");
+        ASSERT_EQ(0, symlink("/nowhere/at/all", "/usr/pgs/daemon/cirrodaemon"));
+        hostshim::SetHomePath("/usr/zev/");
+        CInvMap software, packages;
+        CSoftwareCollector collector;
+        collector.ConfigureForDpkg();
+        collector.SetPackageMap(&packages);
+        ASSERT_TRUE(collector.ScanPackages(&software));
+        const std::pair<std::string, std::string> all[] = {
+            {"halvorn-zev-client\\Halvorn Ltd\\5.10\\Halvorn Ltd\\5.10", "halvorn-zev-client|Halvorn Ltd|Halvorn ZEV|5.10"},
+            {"halvorn-orbis-client\\Halvorn Ltd\\1.0", "halvorn-orbis-client|Halvorn Ltd|Halvorn Orbis|1.0"},
+            {"halvorn-orbis\\Halvorn Ltd\\2.0\n2.1", "halvorn-orbis|Halvorn Ltd|Halvorn Orbis|2.0\n2.1"},
+            {"halvorn-pavo-tutor\\Halvorn Ltd\\3.0", "halvorn-pavo-tutor|Halvorn Ltd|Halvorn Pavo Tutor|3.0"},
+            {"halvorn-pavo-student\\Halvorn Ltd\\3.0", "halvorn-pavo-student|Halvorn Ltd|Halvorn Pavo Student|3.0"},
+            {"halvorn-cirro\\Halvorn Ltd\\4.0", "halvorn-cirro|Halvorn Ltd|Halvorn Cirro|4.0"},
+            {"pelligranes-scrivel\\Pelligrane\\", "pelligranes-scrivel|Pelligrane|Pelligranes Scri[V]el Client For Linux|"},
+            {"morvash-glimmer\\Morvash\\6", "morvash-glimmer|Morvash|Morvash Glimmer Client For Linux|6"},
+            {"drossel-alert\\Drossel\\7.0\r", "drossel-alert|Drossel|Drossel Alert Client For Linux|7.0\r"}};
+        EXPECT_EQ(9, packages.GetCount());
+        for (const auto& e : all) EXPECT_EQ(e.second + "|128", Record(packages, e.first));
+        collector.CheckHVPavoPackage();   // a check run again replaces its record
+        EXPECT_EQ(9, packages.GetCount());
+
+        // The agent's edition follows the home folder, compared whole.
+        const std::pair<std::string, std::string> editions[] = {
+            {"/usr/brask/", "morvash-brask-client\\Morvash\\9.9\\Morvash\\9.9|morvash-brask-client|Morvash|Morvash BRASK"},
+            {"/usr/rtk/", "quendry-rtk-client\\Quendry\\9.9\\Quendry\\9.9|quendry-rtk-client|Quendry|Quendry R.T.K."},
+            {"/usr/lumet/", "pelligrane-lumet-client\\Pelligrane\\9.9\\Pelligrane\\9.9|pelligrane-lumet-client|"
+                            "Pelligrane|Pelligrane Lumet"},
+            {"/usr/other/", "\\\\9.9\\\\9.9|||"}, {"/usr/lumet", "\\\\9.9\\\\9.9|||"}};
+        for (const auto& e : editions) {
+            Put(e.first + "bin/zevclient");
+            Put(e.first + "bin/VERSION", "9.9\n");
+            hostshim::SetHomePath(e.first);
+            CInvMap map;
+            collector.SetPackageMap(&map);
+            collector.CheckZEVPackage();
+            const std::string key = e.second.substr(0, e.second.find('|'));
+            EXPECT_EQ(Strings{key}, Keys(map)) << e.first;
+            EXPECT_EQ(e.second.substr(key.size() + 1) + "|9.9|128", Record(map, key));
+        }
+        hostshim::SetHomePath("");
+    }));
+}
+
+TEST(RealPackageDb, HiddenDebianMarkerSelectsRpmAndItsPackages) {
+    testutil::TempDir top;
+    for (const char* sub : {"SPECS", "db", "home", "etc"}) testutil::MakeDirs(top.file(sub));
+    const struct {
+        const char *name, *version, *summary, *vendor;
+    } recipes[] = {{"zevtest-alpha", "1.2", "Alpha test tool", "Zev Test Labs"},
+                   {"zevkit-1.5", "3.0", "Kit with a numbered name", "Other Vendor"},
+                   {"zevtest-novendor", "0.9", "Package without a vendor", nullptr}};
+    std::string rpms;
+    for (const auto& r : recipes) {
+        const std::string recipe = top.file("SPECS/") + r.name + ".spec";
+        testutil::WriteFileText(recipe, std::string("Name: ") + r.name + "\nVersion: " + r.version + "\nRelease: 1\nSummary: " +
+                                            r.summary + "\nLicense: MIT\nBuildArch: noarch\n" +
+                                            (r.vendor ? std::string("Vendor: ") + r.vendor + "\n" : "") +
+                                            "%description\nFirst line.\nSecond line.\n%files\n");
+        ASSERT_EQ(0, std::system(("rpmbuild --quiet --define '_topdir " + top.path() + "' -bb '" + recipe + "' >/dev/null 2>&1").c_str()))
+            << "rpmbuild " << r.name;
+        rpms += " '" + top.file("RPMS/noarch/") + r.name + "-" + r.version + "-1.noarch.rpm'";
+    }
+    const std::string db = top.file("db");
+    ASSERT_EQ(0, std::system(("rpm --dbpath '" + db + "' --initdb && rpm --dbpath '" + db + "' --nodeps --justdb -i" + rpms +
+                              " >/dev/null 2>&1").c_str()));
+    testutil::WriteFileText(top.file("home/.rpmmacros"), "%_dbpath " + db + "\n");   // found through $HOME
+    testutil::TempDir emptyHome;
+    hostshim::SetHomePath(emptyHome.path() + "/");
+    EXPECT_EQ(0, Isolated([&] {
+        ASSERT_TRUE(testutil::OverlayFolder("/etc", top.file("etc")));
+        unlink("/etc/debian_version");
+        unlink("/etc/debian-release");
+        setenv("HOME", top.file("home").c_str(), 1);
+        EXPECT_FALSE(CSoftwareCollector::ShouldUseDpkg());
+        CInvMap software, packages;
+        CSoftwareCollector collector;
+        collector.SetPackageMap(&packages);
+        ASSERT_TRUE(collector.ScanPackages(&software));
+        EXPECT_EQ("zevkit|Other Vendor|Kit with a numbered name|3.0|128",
+                  Record(packages, "zevkit-1.5-3.0-1.noarch\\Other Vendor\\3.0"));
+        EXPECT_EQ("zevtest-alpha|Zev Test Labs|Alpha test tool|1.2|128",
+                  Record(packages, "zevtest-alpha-1.2-1.noarch\\Zev Test Labs\\1.2"));
+        EXPECT_EQ("zevtest-novendor|(none)|Package without a vendor|0.9|128",
+                  Record(packages, "zevtest-novendor-0.9-1.noarch\\(none)\\0.9"));
+        EXPECT_EQ(3, packages.GetCount());
+        testutil::WriteFileText("/etc/debian-release", "");   // the second marker counts alone
+        EXPECT_TRUE(CSoftwareCollector::ShouldUseDpkg());
+    }));
+    hostshim::SetHomePath("");
+}
+
+TEST(FileWalk, WhichFilesCountAsPrograms) {
+    testutil::TempDir dir;
+    testutil::MakeDirs(dir.file("plugins"));
+    const struct {
+        const char* name;
+        std::string content;
+        unsigned mode;
+        bool qualifies;
+    } cases[] = {{"elf", kElf, 0755, true}, {"elf-not-executable", kElf, 0644, false}, {"elf-group-exec", kElf, 0610, true},
+                 {"script", "#!/bin/sh\n", 0700, true}, {"short-script", "#!\n", 0755, false}, {"text", "hello world", 0755, false},
+                 {"libx.so", kElf, 0755, false}, {"lib.so.6", kElf, 0755, false}, {"x.socket", kElf, 0755, true},
+                 {"plugins/tool", kElf, 0755, false}, {"empty", "", 0755, false}};
+    CSoftwareCollector collector;
+    CInvMap map;
+    struct stat st {};
+    for (const auto& c : cases) {
+        const std::string path = dir.file(c.name);
+        testutil::WriteFileText(path, c.content, c.mode);
+        ASSERT_EQ(0, lstat(path.c_str(), &st));
+        EXPECT_EQ(c.qualifies, CSoftwareCollector::FileQualifies(path.c_str(), st, false, 0, 0)) << c.name;
+        EXPECT_TRUE(CSoftwareCollector::FileQualifies(path.c_str(), st, true, 0, 0)) << c.name;   // matched a pattern
+        EXPECT_EQ(nullptr, collector.AddInfoToSoftwareObject(path.c_str(), st, &map, true, true, 0, 0));
+    }
+    EXPECT_EQ(0, map.GetCount());
+    ASSERT_EQ(0, mkfifo(dir.file("fifo").c_str(), 0755));   // not waited on
+    ASSERT_EQ(0, lstat(dir.file("fifo").c_str(), &st));
+    EXPECT_FALSE(CSoftwareCollector::FileQualifies(dir.file("fifo").c_str(), st, false, 0, 0));
+
+    // The size range: a minimum in mode 0, a maximum in any other mode, none without a limit.
+    const struct {
+        size_t bytes;
+        int mode, limitKB;
+        bool passes;
+    } sizes[] = {{2048, 0, 2, true}, {2047, 0, 2, false}, {2048, 0, 3, false}, {2048, 1, 2, true}, {2049, 1, 2, false},
+                 {2048, 1, 1, false}, {2048, -5, 2, true}, {2049, -5, 2, false}, {100, 0, 0, true}, {100, 0, -1, true},
+                 {100, 1, 0, true}};
+    for (const auto& c : sizes) {
+        const std::string path = dir.file("sized");
+        testutil::WriteFileText(path, kElf + std::string(c.bytes - kElf.size(), '\0'), 0755);
+        ASSERT_EQ(0, lstat(path.c_str(), &st));
+        for (bool force : {false, true})
+            EXPECT_EQ(c.passes, CSoftwareCollector::FileQualifies(path.c_str(), st, force, c.mode, c.limitKB))
+                << c.bytes << " bytes, mode " << c.mode << ", limit " << c.limitKB;
+    }
+}
+
+TEST(FileWalk, FoldersEnteredAndSkipped) {
+    Rig rig;
+    const std::string root = rig.dir.file("tree");
+    for (const char* sub : {"a/b", "skip/deep", "proc", "x.proc/inner", "keep"}) testutil::MakeDirs(root + "/" + sub);
+    ASSERT_EQ(0, symlink((root + "/a").c_str(), (root + "/link").c_str()));
+    ASSERT_EQ(0, symlink((root + "/keep").c_str(), (root + "/a/b/up").c_str()));
+    auto walk = [&](std::string start, std::string exclude, bool wildcards = false) {
+        unlink(rig.dir.file("Software.log").c_str());
+        std::string checkFiles = "*.txt";
+        EXPECT_TRUE(rig.collector.GetFiles(checkFiles, start, exclude, &rig.software, wildcards, 0, 0));
+        Strings folders = rig.Log("Check Files: ");
+        std::sort(folders.begin(), folders.end());
+        return std::make_pair(start + " " + exclude, folders);
+    };
+    // Backslashes become "/"; "x.proc" does not end in "/proc"; links are not followed.
+    std::string start = root;
+    std::replace(start.begin(), start.end(), '/', '\\');
+    auto seen = walk(start, "\\skip|/proc|");
+    EXPECT_EQ(root + " /skip|/proc|", seen.first);
+    EXPECT_EQ((Strings{root + "/", root + "/a/", root + "/a/b/", root + "/keep/", root + "/x.proc/", root + "/x.proc/inner/"}),
+              seen.second);
+    EXPECT_EQ((Strings{root, "/skip|/proc|"}), (Strings{rig.Log("Start In: ").at(0), rig.Log("Exclude Dirs: ").at(0)}));
+    // An item with a final "/" never matches; a list of 512 characters or more excludes nothing.
+    EXPECT_EQ(9u, walk(root + "/", "/skip/|/proc/", true).second.size());
+    EXPECT_EQ((Strings{root + "/skip/", root + "/skip/deep/"}), walk(root + "/skip", "/deep|" + std::string(506, 'x')).second);
+    EXPECT_EQ(Strings{root + "/missing/"}, walk(root + "/missing", "").second);   // counts as scanned
+    EXPECT_EQ(0, rig.software.GetCount());
+}
+
+TEST(Cancellation, WalkAndPackageScanStopProductsAreStillChecked) {
+    CSoftwareListApp app;
+    g_pSoftwareListApp = &app;
+    testutil::FakePackageManager fake;
+    fake.Set("list", "", "a\nb\nc\n");
+    for (const std::string& name : Strings{"a", "b", "c"}) {
+        fake.Set("query", name, name + "^1^S^O");
+        fake.Set("files", name, "/usr/bin/one\n/usr/bin/two\n");
+    }
+    Rig rig;
+    Put(rig.home + "bin/zevclient");
+    hostshim::SetCommandObserver([&](const char* command) {
+        if (command == kQuery + "b") app.HaltExecution(false);
+    });
+    // Raised while "b" is queried: "b" keeps its record, its file list stops after a line, "c" is never read.
+    EXPECT_TRUE(rig.collector.ScanPackages(&rig.software));
+    EXPECT_EQ((Strings{"\\\\\\\\", "a\\O\\1", "b\\O\\1"}), Keys(rig.packages));
+    EXPECT_EQ(std::string::npos, fake.Calls().find("[c]"));
+    EXPECT_NE(std::string::npos, fake.Calls().find("[--listfiles] [b]"));
+
+    // The walk stops at the first entry, even in an empty folder.
+    testutil::MakeDirs(rig.dir.file("a/b"));
+    unlink(rig.dir.file("Software.log").c_str());
+    for (const std::string& folder : {rig.dir.file("a"), rig.dir.file("a/b")}) {
+        std::string checkFiles, start = folder, exclude;
+        EXPECT_FALSE(rig.collector.GetFiles(checkFiles, start, exclude, &rig.software, false, 0, 0));
+    }
+    EXPECT_EQ((Strings{rig.dir.file("a/"), rig.dir.file("a/b/")}), rig.Log("Check Files: "));
+    g_pSoftwareListApp = nullptr;
+}
