@@ -1,7 +1,6 @@
 // The swinv commands; see Commands.h.
 #include "Commands.h"
 
-#include "ComponentLibrary.h"
 #include "ComponentSession.h"
 #include "FileDecoder.h"
 #include "HomeFolder.h"
@@ -91,7 +90,7 @@ int RunCommand(const GlobalOptions& global, const RunOptions& options, std::ostr
     const HomeChoice home = ResolveHome(global.home);
     PrepareHome(home);
     const std::string libraryPath = ChooseLibrary(global);
-    ComponentLibrary library(libraryPath);
+    const ComponentLibrary library = OpenComponentLibrary(libraryPath);
 
     const bool terminal = isatty(STDERR_FILENO) != 0;
     Progress progress(terminal ? stderr : nullptr, terminal ? CountOutputLines(PackageListCommand()) : 0);
@@ -145,7 +144,7 @@ int ConfigCommand(const GlobalOptions& global, const ConfigOptions& options, std
     const HomeChoice home = ResolveHome(global.home);
     PrepareHome(home);
     const std::string libraryPath = ChooseLibrary(global);
-    ComponentLibrary library(libraryPath);
+    const ComponentLibrary library = OpenComponentLibrary(libraryPath);
     int result = 0;
     {
         ComponentSession session(library, home.path);

@@ -6,6 +6,14 @@
 
 namespace swinv {
 
+ComponentLibrary OpenComponentLibrary(const std::string& path) {
+    try {
+        return ComponentLibrary(path, true);
+    } catch (const std::runtime_error& e) {
+        throw SwinvError(std::string(e.what()) + "; pass the path of libsoftware.so.0 with --library PATH");
+    }
+}
+
 ComponentSession::ComponentSession(const ComponentLibrary& library, const std::string& home)
     : m_api(library.exports()) {
     hostshim::SetHomePath(home);

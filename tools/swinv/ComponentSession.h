@@ -1,6 +1,7 @@
 // One host session with the component, in the agent's calling order:
 // GetComponentApp and InitClient(true) on construction; InitClient(false) and
-// Unload on destruction. In between, the commands swinv needs.
+// Unload on destruction. In between, the commands swinv needs. The library itself
+// comes from the shared host loader, opened here with swinv's error lines.
 #pragma once
 
 #include "ComponentLibrary.h"
@@ -8,6 +9,12 @@
 #include <string>
 
 namespace swinv {
+
+using hostshim::ComponentExports;
+using hostshim::ComponentLibrary;
+
+// Loads `path`, kept mapped after close; throws SwinvError that points at --library PATH.
+ComponentLibrary OpenComponentLibrary(const std::string& path);
 
 class ComponentSession {
 public:

@@ -1,11 +1,11 @@
 // dlopen/dlsym of the component library; see ComponentLibrary.h.
 #include "ComponentLibrary.h"
 
-#include "SwinvError.h"
-
 #include <dlfcn.h>
 
-namespace swinv {
+#include <stdexcept>
+
+namespace hostshim {
 
 namespace {
 
@@ -18,14 +18,13 @@ void Bind(F& target, void* symbol) {
 
 }  // namespace
 
-ComponentLibrary::ComponentLibrary(const std::string& path) : m_path(path), m_handle(nullptr), m_exports{} {
+ComponentLibrary::ComponentLibrary(const std::string& path, bool keepMapped)
+    : m_path(path), m_handle(nullptr), m_exports{} {
     // RTLD_NOW: the host symbols (settings, command runner) must resolve now, not mid-run.
-    // RTLD_NODELETE: the code stays mapped after dlclose, so exit-time reports can name it.
-    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | (keepMapped ? RTLD_NODELETE : 0));
     if (!m_handle) {
         const char* why = dlerror();
-        throw SwinvError("cannot load the component library " + path + ": " + (why ? why : "unknown error") +
-                         "; check the path or pass --library PATH");
+        throw std::runtime_error("cannot load the component library " + path + ": " + (why ? why : "unknown error"));
     }
     try {
         Bind(m_exports.GetComponentApp, Resolve("GetComponentApp"));
@@ -57,11 +56,8 @@ ComponentLibrary::~ComponentLibrary() {
 void* ComponentLibrary::Resolve(const char* name) {
     dlerror();
     void* symbol = dlsym(m_handle, name);
-    if (!symbol) {
-        throw SwinvError(m_path + " is not a component library: it does not export " + name +
-                         "; pass the path of libsoftware.so.0 with --library PATH");
-    }
+    if (!symbol) throw std::runtime_error(m_path + " is not a component library: it does not export " + name);
     return symbol;
 }
 
-}  // namespace swinv
+}  // namespace hostshim

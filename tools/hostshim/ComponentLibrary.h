@@ -1,12 +1,15 @@
 // libsoftware.so.0 loaded the way the agent loads it: dlopen, then dlsym of each
-// of the 16 exported entry points. The handle is closed when the object goes.
+// of the 16 exported entry points. Shared by swinv and the tests, so that both
+// drive the real shared object bound to the host symbols of their own executable.
 #pragma once
 
 #include "component/basecomponent.h"
 
 #include <string>
 
-namespace swinv {
+class CStringArray;
+
+namespace hostshim {
 
 // Function types of the exports, as declared in basecomponent.h.
 struct ComponentExports {
@@ -30,8 +33,9 @@ struct ComponentExports {
 
 class ComponentLibrary {
 public:
-    // Throws SwinvError when the file cannot be loaded or lacks an export.
-    explicit ComponentLibrary(const std::string& path);
+    // Throws std::runtime_error naming the file when it cannot be loaded or lacks an export.
+    // `keepMapped` (RTLD_NODELETE) leaves the code mapped after dlclose, so exit-time reports can name it.
+    explicit ComponentLibrary(const std::string& path, bool keepMapped = false);
     ~ComponentLibrary();
     ComponentLibrary(const ComponentLibrary&) = delete;
     ComponentLibrary& operator=(const ComponentLibrary&) = delete;
@@ -47,4 +51,4 @@ private:
     ComponentExports m_exports;
 };
 
-}  // namespace swinv
+}  // namespace hostshim
