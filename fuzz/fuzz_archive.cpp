@@ -2,12 +2,10 @@
 // object through a memory file. Rejections (CFileException*, and the short-string
 // assertion turned into an exception here) are normal; crashes, sanitizer reports
 // and leaks are findings. A successful load must store and reload to the same bytes.
-#include "archive/arcobj.h"
+#include "../tests/archive/TrackedObjects.h"
 
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <set>
 #include <vector>
 
 namespace {
@@ -16,30 +14,8 @@ struct ShortString {};
 
 void ThrowShortString(const char*, int) { throw ShortString{}; }
 
-// Every object the archive creates is counted so each run can free what it built:
-// the collections do not own their elements.
-std::set<CObject*>& Live() {
-    static std::set<CObject*> live;
-    return live;
-}
-
-template <class T>
-struct Tracked : T {
-    Tracked() { Live().insert(this); }
-    ~Tracked() override { Live().erase(this); }
-    static CObject* Create() { return new Tracked<T>; }
-};
-
-CRuntimeClass g_tracked[] = {
-    {"CObList", int(sizeof(CObList)), 0, &Tracked<CObList>::Create, &CObject::classCObject},
-    {"CStringArray", int(sizeof(CStringArray)), 0, &Tracked<CStringArray>::Create, &CObject::classCObject},
-    {"CMapStringToOb", int(sizeof(CMapStringToOb)), 0, &Tracked<CMapStringToOb>::Create, &CObject::classCObject},
-};
-
-void DeleteLive() {
-    const std::set<CObject*> doomed = Live();
-    for (CObject* ob : doomed) delete ob;
-}
+CRuntimeClass g_tracked[] = {TrackedRecord<CObList>("CObList"), TrackedRecord<CStringArray>("CStringArray"),
+                             TrackedRecord<CMapStringToOb>("CMapStringToOb")};
 
 using Bytes = std::vector<unsigned char>;
 
@@ -102,7 +78,7 @@ void RoundTrip(const unsigned char* data, size_t size, int kind, int bufSize) {
         delete again;
     }
     delete target;
-    DeleteLive();
+    DeleteLiveObjects();
 }
 
 }  // namespace

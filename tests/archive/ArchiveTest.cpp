@@ -1,0 +1,402 @@
+// The archive's byte rules both ways, round trips over disk and memory files, hostile
+// input (truncation, bad indices, huge claims), and container and memory file rules.
+#include "TrackedObjects.h"
+#include "TestUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <new>
+
+using testutil::Hex;
+using Bytes = std::vector<std::uint8_t>;
+
+// Largest single request to operator new while tracking is on.
+static bool g_trackAllocations = false;
+static std::size_t g_largestAllocation = 0;
+void* operator new(std::size_t n) {
+    if (g_trackAllocations && n > g_largestAllocation) g_largestAllocation = n;
+    if (void* p = std::malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t n) { return operator new(n); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+
+class CTestItem : public CObject {
+    DECLARE_PERSISTENT(CTestItem)
+public:
+    CTestItem(unsigned value = 0, std::string text = "") : m_value(value), m_text(std::move(text)) {}
+    void Serialize(CArchive& ar) override {
+        if (ar.IsStoring()) ar << m_value << m_text;
+        else ar >> m_value >> m_text;
+    }
+    unsigned m_value;
+    std::string m_text;
+};
+IMPLEMENT_PERSISTENT(CTestItem, CObject, 1)
+
+namespace {
+
+Bytes StoreBytes(const std::function<void(CArchive&)>& store, int bufSize = 4096) {
+    CMemFile file;
+    {
+        CArchive ar(&file, CArchive::store, bufSize);
+        store(ar);
+    }   // the destructor flushes
+    const auto len = file.GetLength();
+    unsigned char* block = file.Detach();
+    Bytes out(block, block + len);
+    std::free(block);
+    return out;
+}
+
+// Loads from an exactly sized heap copy, so ASan sees every read past the end.
+void LoadBytes(const Bytes& bytes, const std::function<void(CArchive&)>& load, int bufSize = 4096) {
+    std::unique_ptr<unsigned char[]> block(new unsigned char[bytes.size()]);
+    std::copy(bytes.begin(), bytes.end(), block.get());
+    CMemFile file(block.get(), static_cast<unsigned>(bytes.size()), 0);
+    CArchive ar(&file, CArchive::load, bufSize);
+    load(ar);
+}
+
+Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+Bytes Le16(unsigned v) { return {std::uint8_t(v), std::uint8_t(v >> 8)}; }
+Bytes Le32(unsigned v) { return Cat({Le16(v), Le16(v >> 16)}); }
+Bytes B(const std::string& s) { return Bytes(s.begin(), s.end()); }
+Bytes ClassRecord(unsigned schema, const std::string& name) {
+    return Cat({{0xFF, 0xFF}, Le16(schema), Le16(static_cast<unsigned>(name.size())), B(name)});
+}
+
+struct ShortString {};
+// True when `fn` throws CFileException* (or, under ThrowingAssert, the assertion).
+bool Rejected(const std::function<void()>& fn) {
+    try {
+        fn();
+        return false;
+    } catch (CFileException* e) {
+        delete e;
+    } catch (ShortString&) {
+    }
+    return true;
+}
+const auto ReadOne = [](CArchive& ar) { ar.ReadObject(nullptr); };
+
+struct ThrowingAssert {
+    ArchiveAssertHandler previous = SetArchiveAssertHandler([](const char*, int) { throw ShortString{}; });
+    ~ThrowingAssert() { SetArchiveAssertHandler(previous); }
+};
+
+// While alive, loads create tracked objects; whatever is left is deleted at the end.
+class TrackedScope {
+    CRuntimeClass m_records[4] = {TrackedRecord<CObList>("CObList"), TrackedRecord<CStringArray>("CStringArray"),
+                                  TrackedRecord<CMapStringToOb>("CMapStringToOb"),
+                                  TrackedRecord<CTestItem>("CTestItem", 1)};
+public:
+    TrackedScope() { for (CRuntimeClass& c : m_records) AfxClassInit(&c); }
+    ~TrackedScope() {
+        DeleteLiveObjects();
+        for (CRuntimeClass& c : m_records) AfxClassClose(&c);
+    }
+};
+
+// Shared objects, nested collections, nulls, a self reference, strings across every boundary.
+struct Graph {
+    CObList top;
+    CStringArray strings;
+    CMapStringToOb map;
+    std::vector<std::unique_ptr<CTestItem>> items;
+    explicit Graph(bool large) {
+        for (unsigned len : {0u, 1u, 127u, 128u, 129u, 254u, 255u, 256u, 4095u, 4096u, 4097u, 70000u}) {
+            if (!large && len > 300) continue;
+            std::string s(len, 'a');
+            for (unsigned i = 0; i < len; ++i) s[i] = static_cast<char>('a' + i % 26);
+            strings.Add(s);
+            items.push_back(std::make_unique<CTestItem>(len, s));
+            top.AddTail(items.back().get());
+        }
+        top.AddTail(&strings);
+        top.AddTail(static_cast<CObject*>(nullptr));
+        map.SetAt("a", items[1].get());
+        map.SetAt("", &strings);
+        map.SetAt("null", nullptr);
+        top.AddTail(&map);
+        top.AddTail(static_cast<CObject*>(&top));
+    }
+    Bytes Store(int bufSize) const { return StoreBytes([&](CArchive& ar) { ar << &top; }, bufSize); }
+};
+
+}  // namespace
+
+TEST(ArchiveFormat, IntegersCountsAndStringPrefixes) {
+    const Bytes ints = StoreBytes([](CArchive& ar) {
+        ar << static_cast<unsigned char>(0xAB) << static_cast<unsigned short>(0x1234) << 0xDEADBEEFu;
+    });
+    EXPECT_EQ(Hex({0xAB, 0x34, 0x12, 0xEF, 0xBE, 0xAD, 0xDE}), Hex(ints));
+    const std::pair<std::uint32_t, Bytes> counts[] = {{0, {0x00, 0x00}}, {0xFFFE, {0xFE, 0xFF}}, {0xFFFF, {0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00}}};
+    for (const auto& c : counts) {
+        EXPECT_EQ(Hex(c.second), Hex(StoreBytes([&](CArchive& ar) { ar.WriteCount(c.first); })));
+        LoadBytes(c.second, [&](CArchive& ar) { EXPECT_EQ(c.first, ar.ReadCount()); });
+    }
+    const std::pair<std::uint32_t, Bytes> strings[] = {{0, {0x00}}, {254, {0xFE}}, {255, {0xFF, 0xFF, 0x00}}, {0xFFFD, {0xFF, 0xFD, 0xFF}},
+                   {0xFFFE, {0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00}},
+                   {0x10001, {0xFF, 0xFF, 0xFF, 0x01, 0x00, 0x01, 0x00}}};
+    for (const auto& c : strings) {
+        std::string text(c.first, 'x'), back;
+        if (c.first) text.back() = 'Z';
+        const Bytes bytes = StoreBytes([&](CArchive& ar) { ar << text; });
+        EXPECT_EQ(Hex(Cat({c.second, B(text)})), Hex(bytes)) << c.first;
+        LoadBytes(bytes, [&](CArchive& ar) { ar >> back; });
+        EXPECT_EQ(text, back);
+    }
+}
+
+TEST(ArchiveFormat, NewClassKnownClassKnownObjectAndNull) {
+    CTestItem a(1, "x"), b(2, "y");
+    const Bytes bytes = StoreBytes([&](CArchive& ar) { ar << &a << &a << static_cast<CObject*>(nullptr) << &b; });
+    EXPECT_EQ(Hex(Cat({ClassRecord(1, "CTestItem"), Le32(1), {0x01, 'x'}, {0x02, 0x00}, {0x00, 0x00},
+                       {0x01, 0x80}, Le32(2), {0x01, 'y'}})),
+              Hex(bytes));
+    TrackedScope tracked;
+    CObject* got[4];
+    LoadBytes(bytes, [&](CArchive& ar) { for (CObject*& p : got) p = ar.ReadObject(nullptr); });
+    EXPECT_TRUE(got[0] && got[0] == got[1] && !got[2] && got[3] != got[0]);
+    ASSERT_TRUE(got[3] && got[3]->IsKindOf(CLASS_RECORD(CTestItem)));
+    EXPECT_TRUE(static_cast<CTestItem*>(got[3])->m_value == 2 && static_cast<CTestItem*>(got[3])->m_text == "y");
+}
+
+TEST(ArchiveFormat, BigTagsFromIndex7FFF) {
+    std::vector<CTestItem> filler(0x7FFC);   // mapped beforehand: indices 1..0x7FFC on both sides
+    CTestItem x(10, "x"), y(11, "y");
+    CObList z, w;
+    const Bytes bytes = StoreBytes([&](CArchive& ar) {
+        for (CTestItem& f : filler) ar.MapObject(&f);
+        ar << &x << &x << &y << &y << &z << &w << &filler[4];
+    });
+    EXPECT_EQ(Hex(Cat({ClassRecord(1, "CTestItem"), Le32(10), {0x01, 'x'},   // class 0x7FFD, object 0x7FFE
+                       {0xFE, 0x7F},                                         // 0x7FFE still fits
+                       {0xFD, 0xFF}, Le32(11), {0x01, 'y'},                  // object 0x7FFF
+                       {0xFF, 0x7F}, Le32(0x7FFF),
+                       ClassRecord(0, "CObList"), {0x00, 0x00},              // class 0x8000
+                       {0xFF, 0x7F}, Le32(0x80008000), {0x00, 0x00},
+                       {0x05, 0x00}})),
+              Hex(bytes));
+    LoadBytes(bytes, [&](CArchive& ar) {
+        for (CTestItem& f : filler) ar.MapObject(&f);
+        CObject* got[7];
+        for (CObject*& p : got) p = ar.ReadObject(nullptr);
+        EXPECT_TRUE(got[0] == got[1] && got[2] == got[3] && got[6] == &filler[4]);
+        ASSERT_TRUE(got[2] && got[5] && got[5]->IsKindOf(CLASS_RECORD(CObList)));
+        EXPECT_EQ(11u, static_cast<CTestItem*>(got[2])->m_value);
+        for (int i : {0, 2, 4, 5}) delete got[i];
+    });
+}
+
+TEST(ArchiveFormat, StringArrayAndTheEmptyMapKeyRule) {
+    CStringArray array;
+    array.Add("one");
+    array.Add("");
+    EXPECT_EQ(Hex({0x02, 0x00, 0x03, 'o', 'n', 'e', 0x00}), Hex(StoreBytes([&](CArchive& ar) { array.Serialize(ar); })));
+    // An empty stored key reuses the key before it; as the first key it stays empty.
+    CMapStringToOb reuse;
+    LoadBytes({0x03, 0x00, 0x01, 'k', 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 'm', 0x00, 0x00},
+              [&](CArchive& ar) { reuse.Serialize(ar); });
+    CObject* value;
+    EXPECT_TRUE(reuse.GetCount() == 2 && reuse.Lookup("k", value) && !reuse.Lookup("", value));
+    LoadBytes({0x01, 0x00, 0x00, 0x00, 0x00}, [&](CArchive& ar) { reuse.Serialize(ar); });
+    EXPECT_TRUE(reuse.Lookup("", value));
+}
+
+TEST(ArchiveRoundTrip, DiskAndMemoryFilesWithBothBufferSizes) {
+    Graph g(true);
+    testutil::TempDir dir;
+    const Bytes reference = g.Store(4096);
+    TrackedScope tracked;
+    for (int bufSize : {128, 4096}) {
+        SCOPED_TRACE(bufSize);
+        ASSERT_EQ(reference, g.Store(bufSize));
+        const std::string path = dir.file("graph.bin");
+        {
+            CFile file(path.c_str(), CFile::modeCreate | CFile::modeWrite);
+            CArchive ar(&file, CArchive::store, bufSize);
+            ar << &g.top;
+            ar.Close();
+        }
+        ASSERT_EQ(reference, testutil::ReadFileBytes(path));
+        auto check = [&](CObject* loaded) {
+            ASSERT_TRUE(loaded && loaded->IsKindOf(CLASS_RECORD(CObList)));
+            EXPECT_EQ(reference, StoreBytes([&](CArchive& ar) { ar << loaded; }, bufSize));
+        };
+        LoadBytes(reference, [&](CArchive& ar) { check(ar.ReadObject(nullptr)); }, bufSize);
+        CFile file(path.c_str(), CFile::modeRead);
+        CArchive ar(&file, CArchive::load, bufSize);
+        check(ar.ReadObject(nullptr));
+    }
+}
+
+TEST(ArchiveRobustness, EveryTruncatedPrefixIsRejected) {
+    const Bytes full = Graph(false).Store(128);
+    TrackedScope tracked;
+    ThrowingAssert throwing;
+    for (int bufSize : {128, 4096}) {
+        for (std::size_t len = 0; len < full.size(); ++len) {
+            const Bytes prefix(full.begin(), full.begin() + static_cast<long>(len));
+            EXPECT_TRUE(Rejected([&] { LoadBytes(prefix, ReadOne, bufSize); })) << len;
+            DeleteLiveObjects();
+        }
+    }
+    EXPECT_FALSE(Rejected([&] { LoadBytes(full, ReadOne, 128); }));
+}
+
+TEST(ArchiveRobustnessDeathTest, ShortStringEndsTheProcessThroughTheAssertion) {
+    const Bytes cut = {0x05, 'a', 'b'};
+    std::string s;
+    EXPECT_DEATH(LoadBytes(cut, [&](CArchive& ar) { ar >> s; }), "arcobj\\.cpp\\(925\\): assertion failed");
+    SetArchiveAssertHandler([](const char*, int) {});   // a handler that returns does not let the load go on
+    EXPECT_DEATH(LoadBytes(cut, [&](CArchive& ar) { ar >> s; }), "");
+    SetArchiveAssertHandler(nullptr);
+}
+
+TEST(ArchiveRobustness, DataEndingInsideIntegersAndCountsThrows) {
+    const std::pair<Bytes, std::function<void(CArchive&)>> cases[] = {
+        {{}, [](CArchive& ar) { unsigned char b; ar >> b; }},
+        {{0x01}, [](CArchive& ar) { unsigned short w; ar >> w; }},
+        {{0x01, 0x02, 0x03}, [](CArchive& ar) { unsigned dw; ar >> dw; }},
+        {{0xFF}, [](CArchive& ar) { ar.ReadCount(); }},
+        {{0xFF, 0xFF, 0x01, 0x02, 0x03}, [](CArchive& ar) { ar.ReadCount(); }},
+        {{0xFF, 0xFF}, [](CArchive& ar) { std::string s; ar >> s; }},
+        {{0xFF, 0xFE, 0xFF}, [](CArchive& ar) { std::string s; ar >> s; }},
+        {Cat({{0xFF, 0xFF}, Le16(0), Le16(7), B("CObL")}), [](CArchive& ar) { ar.ReadObject(nullptr); }},
+    };
+    for (const auto& c : cases) EXPECT_TRUE(Rejected([&] { LoadBytes(c.first, c.second); })) << Hex(c.first);
+}
+
+TEST(ArchiveRobustness, BadIndicesAndClassesGiveNull) {
+    TrackedScope tracked;
+    const Bytes item = Cat({ClassRecord(1, "CTestItem"), Le32(1), {0x00}});
+    // Object tags at a class slot or past the load array give null; the stream goes on.
+    LoadBytes(Cat({item, {0x01, 0x00, 0x07, 0x00, 0xFF, 0x7F}, Le32(0x7FFFFFFF), {0x02, 0x00}}), [](CArchive& ar) {
+        CObject* first = ar.ReadObject(nullptr);
+        ASSERT_NE(nullptr, first);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(nullptr, ar.ReadObject(nullptr));
+        EXPECT_EQ(first, ar.ReadObject(nullptr));
+    });
+    // Unknown or unregistered classes, class tags at an object slot or past the array:
+    // null, and the archive reads nothing more.
+    for (const Bytes& bad : {ClassRecord(0, "CNoSuchClass"), ClassRecord(0, "cobList"), ClassRecord(0, "CPtrArray"),
+                             Cat({item, {0x02, 0x80}}), Bytes{0x09, 0x80}, Cat({{0xFF, 0x7F}, Le32(0xFFFFFFFF)})}) {
+        LoadBytes(Cat({bad, Le32(0)}), [&](CArchive& ar) {
+            CObject* ob = ar.ReadObject(nullptr);
+            if (ob) ob = ar.ReadObject(nullptr);   // the valid object before the bad class tag
+            EXPECT_EQ(nullptr, ob) << Hex(bad);
+            unsigned dw;
+            EXPECT_TRUE(Rejected([&] { ar >> dw; }));
+        });
+    }
+}
+
+TEST(ArchiveRobustness, ClaimedSizesDoNotDriveAllocation) {
+    ThrowingAssert throwing;
+    TrackedScope tracked;
+    const std::pair<Bytes, std::function<void(CArchive&)>> cases[] = {
+        {Cat({{0xFF, 0xFF, 0xFF}, Le32(0x7FFFFFF0), B("tiny")}), [](CArchive& ar) { std::string s; ar >> s; }},
+        {Cat({{0xFF, 0xFF}, Le32(0xFFFFFFFF), {0x01, 'a', 0x01, 'b', 0x00}}), [](CArchive& ar) { CStringArray().Serialize(ar); }},
+        {Cat({{0xFF, 0xFF}, Le32(0xFFFFFFFF), Bytes(2000, 0x00)}), [](CArchive& ar) { CObList().Serialize(ar); }},
+    };
+    for (const auto& c : cases) {
+        g_largestAllocation = 0;
+        g_trackAllocations = true;
+        EXPECT_TRUE(Rejected([&] { LoadBytes(c.first, c.second); }));
+        g_trackAllocations = false;
+        EXPECT_LT(g_largestAllocation, 1u << 20);
+    }
+}
+
+TEST(Containers, PtrArrayGrowth) {
+    // Exactly n slots at first, then steps of size/8 within 4..1024 or the given step.
+    const struct {
+        int first, second, growBy, allocated;
+    } cases[] = {{80, 81, -1, 90}, {8, 9, -1, 12}, {16000, 16001, -1, 17024}, {16000, 16005, 10, 16010},
+                 {16000, 20000, 10, 20000}};
+    for (const auto& c : cases) {
+        CPtrArray a;
+        a.SetSize(c.first);
+        a.SetAt(c.first - 1, &a);
+        EXPECT_EQ(c.first, a.GetAllocatedSize());
+        a.SetSize(c.second, c.growBy);
+        EXPECT_EQ(c.allocated, a.GetAllocatedSize()) << c.first;
+        EXPECT_TRUE(a.GetAt(c.first - 1) == &a && a.GetAt(c.second - 1) == nullptr);
+        a.Append(a);   // self append
+        EXPECT_EQ(&a, a.GetAt(c.second + c.first - 1));
+        a.SetSize(0);
+        EXPECT_TRUE(a.GetAllocatedSize() == 0 && a.GetData() == nullptr);
+    }
+}
+
+TEST(Containers, MemFileGrowth) {
+    CMemFile file(1024);
+    file.Write("x", 1);
+    EXPECT_EQ(1024u, file.GetBufferSize());
+    const std::vector<char> big(1025, 'b');
+    file.SeekToBegin();
+    file.Write(big.data(), 1025);
+    EXPECT_EQ(2048u, file.GetBufferSize());
+    file.Seek(1030, CFile::begin);   // a write past the end zero-fills the gap
+    file.Write("z", 1);
+    char gap[7];
+    file.Seek(1025, CFile::begin);
+    EXPECT_EQ(6, file.Read(gap, sizeof gap));
+    EXPECT_EQ(std::string("\0\0\0\0\0z", 6), std::string(gap, 6));
+
+    unsigned char fixed[5] = {'a', 'b', 'c', 'd', 'e'};
+    CMemFile fixedFile(fixed, sizeof fixed, 0);   // fixed: the whole block is data and cannot grow
+    EXPECT_TRUE(Rejected([&] { fixedFile.Write("0123456789", 10); }));
+    EXPECT_TRUE(Rejected([&] { fixedFile.SetLength(6); }));
+
+    auto* block = static_cast<unsigned char*>(std::malloc(16));
+    CMemFile growable(block, 16, 256);   // growable: the block is room, not data
+    EXPECT_EQ(0u, growable.GetLength());
+    growable.Write(big.data(), 40);
+    EXPECT_EQ(272u, growable.GetBufferSize());
+    std::free(growable.Detach());
+}
+
+TEST(Containers, MapWalksFollowTheCursorIndex) {
+    CTestItem item;
+    CMapStringToOb map;
+    std::string key;
+    CObject* value;
+    using Keys = std::vector<std::string>;
+    auto walk = [&](POSITION pos, const char* removeKey, bool removeEach) {
+        Keys seen;
+        while (pos) {
+            map.GetNextAssoc(pos, key, value);
+            seen.push_back(value ? key : "<none>");
+            if (value && (removeEach || key == removeKey)) {
+                EXPECT_TRUE(map.RemoveKey(key));
+            }
+        }
+        return seen;
+    };
+    for (const char* k : {"a", "b", "c", "d", "e"}) map.SetAt(k, &item);
+    // Removing the entry just returned shifts the rest down under the index.
+    EXPECT_EQ((Keys{"a", "b", "d", "e"}), walk(map.GetStartPosition(), "b", false));
+    // Removing each in turn: every other one; past the end the value is nulled.
+    EXPECT_EQ((Keys{"a", "d", "<none>"}), walk(map.GetStartPosition(), "", true));
+    // Inserts before the cursor keep the index meaning "entry n".
+    map.RemoveAll();
+    for (const char* k : {"b", "d", "f"}) map.SetAt(k, &item);
+    POSITION pos = map.GetStartPosition();
+    map.GetNextAssoc(pos, key, value);   // b; cursor 1
+    map.SetAt("a", &item);               // a b d f: index 1 is b again
+    map.SetAt("e", &item);
+    EXPECT_EQ((Keys{"b", "d", "e", "f"}), walk(pos, "", false));
+}
