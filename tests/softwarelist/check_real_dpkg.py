@@ -1,12 +1,7 @@
 #!/usr/bin/env python3
-"""Independent check of one inventory run (Mode 1) on this machine's dpkg database.
-
-Usage: check_real_dpkg.py READER HOME, where HOME holds the run's reply in "reply.bin"
-and the lists DataSent stored in "data/". Every package dpkg-query reports must be in
-the reply's package add map and in "SWPackage.bin", keyed and parsed by the package
-scan's rules, and nothing else. Exit status 77 where there is no dpkg database or a
-Halvorn product is installed (its record would join the packages).
-"""
+"""check_real_dpkg.py READER HOME: the reply ("reply.bin") and "data/SWPackage.bin" of a Mode 1 run
+hold exactly the packages dpkg-query reports, keyed and parsed by the package scan's rules.
+Exit status 77 without a dpkg database or with a Halvorn product installed."""
 import json
 import os
 import subprocess
