@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
 """Independent reader of the component's byte formats, for tests.
 
-Decodes archive streams (inventory maps, string arrays), message wire buffers and
-inventory replies into JSON, and re-encodes decoded messages, so that tests can
-check the C++ writers against a second implementation of the same formats.
-Standard library only; it never loads the component's own code.
+Decodes archive streams, message wire buffers and inventory replies into JSON and
+re-encodes messages, so that tests can check the C++ writers against a second
+implementation. Standard library only; it never loads the component's own code.
 
     zevreader.py map FILE              archived CMapStringToOb / CInvMap stream
     zevreader.py strings FILE          archived CStringArray stream
@@ -12,8 +11,7 @@ Standard library only; it never loads the component's own code.
     zevreader.py reply FILE [--skip K] inventory reply message
     zevreader.py encode-message JSON [-o OUT]   message JSON back to wire bytes
 
-Strings are decoded as latin-1 (one character per byte, lossless). Malformed
-input: exit status 1 and one line on stderr.
+Strings decode as latin-1 (lossless). Malformed input: exit status 1, one line on stderr.
 """
 
 import argparse
@@ -22,31 +20,15 @@ import struct
 import sys
 import zlib
 
-# ---------------------------------------------------------------- element codes
-
-NDK_UCHAR, NDK_CHAR, NDK_USHORT, NDK_SHORT, NDK_UINT, NDK_INT = 0, 1, 2, 3, 4, 5
-NDK_RESERVED6, NDK_RESERVED7, NDK_FLOAT, NDK_DOUBLE = 6, 7, 8, 9
-NDK_STRING, NDK_BUFFER, NDK_UINT64 = 10, 11, 12
-
-# Scalar codes -> struct format of the value at the start of the 8-byte store.
-SCALAR_FORMATS = {
-    NDK_UCHAR: "<B", NDK_CHAR: "<b", NDK_USHORT: "<H", NDK_SHORT: "<h",
-    NDK_UINT: "<I", NDK_INT: "<i", NDK_RESERVED6: "<I", NDK_RESERVED7: "<I",
-    NDK_FLOAT: "<f", NDK_DOUBLE: "<d", NDK_UINT64: "<Q",
-}
+# Element codes; scalar codes map to the struct format at the start of the 8-byte store
+# (6 and 7 are reserved codes holding 32-bit values).
+NDK_SHORT, NDK_UINT, NDK_STRING, NDK_BUFFER = 3, 4, 10, 11
+SCALAR_FORMATS = {0: "<B", 1: "<b", 2: "<H", 3: "<h", 4: "<I", 5: "<i", 6: "<I", 7: "<I", 8: "<f", 9: "<d", 12: "<Q"}
 
 # Registered classes: name -> current schema (0x80000000 marks a versionable class).
 VERSIONABLE = 0x80000000
-KNOWN_CLASSES = {
-    "CObList": 0,
-    "CStringArray": 0,
-    "CMapStringToOb": 0,
-    "CInvMap": 1,
-    "CListObject": 1,
-    "CSoftwareObject": VERSIONABLE | 3,
-    "CSoftwarePackageObject": VERSIONABLE | 2,
-    "CNDKMessage": 1,
-}
+KNOWN_CLASSES = {"CObList": 0, "CStringArray": 0, "CMapStringToOb": 0, "CInvMap": 1, "CListObject": 1,
+                 "CSoftwareObject": VERSIONABLE | 3, "CSoftwarePackageObject": VERSIONABLE | 2, "CNDKMessage": 1}
 
 NEW_CLASS_TAG = 0xFFFF
 BIG_OBJECT_TAG = 0x7FFF
@@ -72,9 +54,9 @@ def c_text(raw):
 class Stream:
     """Little-endian reads over a byte string with strict bounds."""
 
-    def __init__(self, data, pos=0):
+    def __init__(self, data):
         self.data = bytes(data)
-        self.pos = pos
+        self.pos = 0
 
     def take(self, n, what="data"):
         if n < 0 or len(self.data) - self.pos < n:
@@ -87,17 +69,10 @@ class Stream:
     def unpack(self, fmt, what):
         return struct.unpack(fmt, self.take(struct.calcsize(fmt), what))[0]
 
-    def u8(self, what="byte"):
-        return self.unpack("<B", what)
-
-    def u16(self, what="16-bit value"):
-        return self.unpack("<H", what)
-
-    def u32(self, what="32-bit value"):
-        return self.unpack("<I", what)
-
-    def i32(self, what="32-bit value"):
-        return self.unpack("<i", what)
+    def u8(self, what="byte"): return self.unpack("<B", what)
+    def u16(self, what="16-bit value"): return self.unpack("<H", what)
+    def u32(self, what="32-bit value"): return self.unpack("<I", what)
+    def i32(self, what="32-bit value"): return self.unpack("<i", what)
 
     def count(self, what="count"):
         value = self.u16(what)
@@ -105,26 +80,19 @@ class Stream:
 
     def string(self, what="string"):
         """Raw bytes of an archived string (a wide string gives its 2-byte units)."""
-        length = self.u8(what)
-        unit = 1
+        unit, length = 1, self.u8(what)
         if length == 0xFF:
             length = self.u16(what)
-            if length == 0xFFFE:
-                unit = 2
-                length = self.u8(what)
+            if length == 0xFFFE:   # wide marker: the length again, counting 2-byte units
+                unit, length = 2, self.u8(what)
                 if length == 0xFF:
                     length = self.u16(what)
-                    if length == 0xFFFF:
-                        length = self.u32(what)
-            elif length == 0xFFFF:
+            if length == 0xFFFF:
                 length = self.u32(what)
         return self.take(length * unit, what)
 
-    def at_end(self):
-        return self.pos == len(self.data)
-
     def expect_end(self, what):
-        if not self.at_end():
+        if self.pos != len(self.data):
             raise FormatError("%s: %d trailing bytes at offset %d"
                               % (what, len(self.data) - self.pos, self.pos))
 
@@ -132,8 +100,8 @@ class Stream:
 class ArchiveReader(Stream):
     """Object graph of one archive: classes and objects share one index space from 1."""
 
-    def __init__(self, data, pos=0):
-        super().__init__(data, pos)
+    def __init__(self, data):
+        super().__init__(data)
         self.loaded = [None]          # index -> ("class", name) or ("object", dict)
         self.remembered_schema = {}   # versionable class -> schema found in the stream
 
@@ -225,10 +193,7 @@ class ArchiveReader(Stream):
                 key = c_text(raw_key)
             value = self.read_object()
             entry = {"key": latin1(key), "raw_key": latin1(raw_key)}
-            if value is None:
-                entry.update({"class": None, "schema": None, "fields": None})
-            else:
-                entry.update(value)
+            entry.update(value or {"class": None, "schema": None, "fields": None})
             entries.append(entry)
         return {"count": count, "entries": entries}
 
@@ -236,26 +201,26 @@ class ArchiveReader(Stream):
         return [latin1(c_text(self.string("array string"))) for _ in range(self.count("array count"))]
 
 
-def decode_map(data):
-    reader = ArchiveReader(data)
-    result = reader.read_map()
-    reader.expect_end("map stream")
+def decode_whole(data, read, what):
+    """read(stream) over all of `data`: trailing bytes are an error."""
+    stream = ArchiveReader(data)
+    result = read(stream)
+    stream.expect_end(what)
     return result
+
+
+def decode_map(data):
+    return decode_whole(data, ArchiveReader.read_map, "map stream")
 
 
 def decode_strings(data):
-    reader = ArchiveReader(data)
-    result = reader.read_strings()
-    reader.expect_end("string array stream")
-    return result
+    return decode_whole(data, ArchiveReader.read_strings, "string array stream")
 
 
 # ---------------------------------------------------------------- messages
 
 def read_message_body(stream):
-    msg_id = stream.i32("message id")
-    count = stream.i32("element count")
-    hidden = stream.u32("hidden count")
+    msg_id, count, hidden = stream.i32("message id"), stream.i32("element count"), stream.u32("hidden count")
     elements = []
     for _ in range(max(count, 0)):
         code = stream.u8("element type")
@@ -278,10 +243,7 @@ def read_message_body(stream):
 
 
 def decode_message(data):
-    stream = Stream(data)
-    result = read_message_body(stream)
-    stream.expect_end("message")
-    return result
+    return decode_whole(data, read_message_body, "message")
 
 
 def encode_string(raw):
@@ -299,8 +261,7 @@ def encode_element(element):
     code = element["type"]
     out = struct.pack("<B", code)
     if code == NDK_STRING:
-        text = element.get("stored", element["value"])
-        return out + encode_string(text.encode("latin-1"))
+        return out + encode_string(element.get("stored", element["value"]).encode("latin-1"))
     if code == NDK_BUFFER:
         body = bytes.fromhex(element["value"]["hex"])
         return out + struct.pack("<I", len(body)) + body
@@ -314,9 +275,8 @@ def encode_element(element):
 def encode_message(message):
     """Wire bytes of a message given as decode_message returns it ("raw" is not needed)."""
     elements = message["elements"]
-    count = message.get("count", len(elements))
-    out = struct.pack("<iiI", message["id"], count, message["hidden"])
-    return out + b"".join(encode_element(e) for e in elements)
+    header = struct.pack("<iiI", message["id"], message.get("count", len(elements)), message["hidden"])
+    return header + b"".join(encode_element(e) for e in elements)
 
 
 # ---------------------------------------------------------------- replies
@@ -364,13 +324,9 @@ def decode_reply(data, skip=0):
         raise FormatError("cannot skip %d of %d elements" % (skip, len(elements)))
     cur = ElementCursor(elements, skip)
     reply = {"scan_time": cur.next(NDK_STRING, "scan time")}
-    software = {}
-    for part in ("add", "delete", "change", "empty"):
-        software[part] = cur.blob_map("software " + part)
+    software = {part: cur.blob_map("software " + part) for part in ("add", "delete", "change", "empty")}
     software["full"] = cur.next(NDK_SHORT, "software full flag")
-    packages = {}
-    for part in ("add", "delete", "change"):
-        packages[part] = cur.blob_map("packages " + part)
+    packages = {part: cur.blob_map("packages " + part) for part in ("add", "delete", "change")}
     packages["full"] = cur.next(NDK_SHORT, "packages full flag")
     if cur.index != len(elements):
         raise FormatError("%d elements after the reply layout" % (len(elements) - cur.index))
@@ -407,14 +363,9 @@ def main(argv=None):
             return 0
         with open(args.file, "rb") as f:
             data = f.read()
-        if args.command == "map":
-            result = decode_map(data)
-        elif args.command == "strings":
-            result = decode_strings(data)
-        elif args.command == "message":
-            result = decode_message(data)
-        else:
-            result = decode_reply(data, args.skip)
+        decode = {"map": decode_map, "strings": decode_strings, "message": decode_message,
+                  "reply": lambda d: decode_reply(d, args.skip)}[args.command]
+        result = decode(data)
     except (FormatError, OSError, ValueError, KeyError, TypeError, struct.error, RecursionError) as exc:
         print("zevreader: %s: %s" % (args.command, exc), file=sys.stderr)
         return 1
