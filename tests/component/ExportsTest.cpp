@@ -76,6 +76,7 @@ TEST(Exports, CancelFlagLastsUntilTheNextInitClient) {
     EXPECT_EQ(lib.Execute(0, plain, nullptr), 3);
     EXPECT_EQ(lib.Execute(65546, plain, nullptr), 3);
     EXPECT_EQ(lib.InitClient(nullptr), 0);
+    lib.DataSent(plain);
     CInitInfo shutdown(false);
     EXPECT_EQ(lib.InitClient(&shutdown), 1);
     EXPECT_EQ(lib.Unload(0), 1);
