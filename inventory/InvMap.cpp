@@ -356,9 +356,7 @@ bool CInvMap::ToFile(std::string strFileName) {
     return true;
 }
 
-bool CInvMap::FromFile(std::string strFileName) {
-    CFile file;
-    if (!file.Open(strFileName.c_str(), CFile::modeRead)) return false;
+bool CInvMap::LoadFrom(CFile& file) {
     bool bOk = true;
     {
         CArchive ar(&file, CArchive::load, 4096);
@@ -376,6 +374,12 @@ bool CInvMap::FromFile(std::string strFileName) {
     }
     file.Close();
     return bOk;
+}
+
+bool CInvMap::FromFile(std::string strFileName) {
+    CFile file;
+    if (!file.Open(strFileName.c_str(), CFile::modeRead)) return false;
+    return LoadFrom(file);
 }
 
 int CInvMap::ToMemory(unsigned char** ppBuffer) {
@@ -408,23 +412,7 @@ bool CInvMap::FromMemory(const unsigned char* pBuffer, int nLength) {
     if (nLength < 0 || (!pBuffer && nLength > 0)) return false;
     // A fixed block (grow-by 0) is read in place and never written.
     CMemFile file(const_cast<unsigned char*>(pBuffer), static_cast<unsigned int>(nLength), 0);
-    bool bOk = true;
-    {
-        CArchive ar(&file, CArchive::load, 4096);
-        try {
-            Serialize(ar);
-            ar.Close();
-        } catch (CFileException* e) {
-            delete e;
-            ar.Abort();
-            bOk = false;
-        } catch (...) {
-            ar.Abort();
-            bOk = false;
-        }
-    }
-    file.Close();
-    return bOk;
+    return LoadFrom(file);
 }
 
 CArchive& operator>>(CArchive& ar, CInvMap*& pOb) {

@@ -4,6 +4,8 @@
 // configtext functions so that it can be checked on its own.
 #include "support/Config.h"
 
+#include "support/WriteAll.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -33,18 +35,6 @@ private:
     FILE* m_file;
 };
 
-// One write() call as far as the caller is concerned; resumes after short writes.
-void WriteAll(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        const ssize_t done = ::write(fd, data, size);
-        if (done < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        data += done;
-        size -= static_cast<size_t>(done);
-    }
-}
 
 bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
@@ -159,10 +149,10 @@ int Config::updateConfigFile() {
     // of standard input filled. A -1 writes nothing and reports what close(-1) would.
     if (fd == 0 || fd < 0) return -1;
     for (const auto& item : m_items) {
-        WriteAll(fd, item.first.data(), item.first.size());
-        WriteAll(fd, "=", 1);
-        WriteAll(fd, item.second.data(), item.second.size());
-        WriteAll(fd, "\n", 1);
+        support::WriteAll(fd, item.first.data(), item.first.size());
+        support::WriteAll(fd, "=", 1);
+        support::WriteAll(fd, item.second.data(), item.second.size());
+        support::WriteAll(fd, "\n", 1);
     }
     return ::close(fd);
 }

@@ -3,6 +3,8 @@
 // leave the logger usable.
 #include "support/ZEVLogger.h"
 
+#include "support/WriteAll.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -30,17 +32,6 @@ private:
     int m_fd;
 };
 
-void WriteAll(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        const ssize_t done = ::write(fd, data, size);
-        if (done < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        data += done;
-        size -= static_cast<size_t>(done);
-    }
-}
 
 }  // namespace
 
@@ -69,13 +60,13 @@ void CZEVLogger::logVA(const char* format, va_list arguments) {
     struct tm local = {};
     localtime_r(&now, &local);
     const size_t stamp = std::strftime(line, kStampLimit, "%d/%m/%y %H:%M:%S  ", &local);
-    WriteAll(fd.get(), line, stamp);
+    support::WriteAll(fd.get(), line, stamp);
 
     // vsnprintf cuts the message at 511 characters without a mark.
     int length = format ? std::vsnprintf(line, sizeof line, format, arguments) : 0;
     if (length < 0) length = 0;
     if (static_cast<size_t>(length) >= sizeof line) length = sizeof line - 1;
-    WriteAll(fd.get(), line, static_cast<size_t>(length));
+    support::WriteAll(fd.get(), line, static_cast<size_t>(length));
 
-    WriteAll(fd.get(), "\n", 1);
+    support::WriteAll(fd.get(), "\n", 1);
 }
