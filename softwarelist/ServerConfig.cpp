@@ -8,6 +8,7 @@
 #include "support/Config.h"
 #include "support/ZEVLogger.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -19,37 +20,24 @@ const unsigned int kMaxSettingsText = 16u * 1024u * 1024u;
 // Worst case of the deflate format: one compressed byte expands to at most 1032.
 const unsigned long long kMaxInflateRatio = 1032;
 
-// Reads the block that follows the length element, as GetNext(void*, L) does, but
-// sized by what the message really carries and always NUL-bounded within L.
+// Reads the block that follows the length element with GetNext(void*, L), whatever
+// the element types, but sizes the buffer by what the block can really hold (its
+// bytes, raw or inflated) and keeps the text NUL-bounded within L.
 std::string ReadSettingsText(CNDKMessage& message, unsigned int nLength) {
     const int nIndex = message.GetCurrentIndex();
-    const CElements& elements = message.GetElements();
-    const bool bWellFormed = nIndex >= 0 && nIndex + 1 < elements.GetSize() &&
-                             elements.GetAt(nIndex).GetDataType() == NDKUInt &&
-                             elements.GetAt(nIndex + 1).GetDataType() == NDKBuffer;
     unsigned int nHeader = 0;
+    message.GetAt(nIndex, nHeader);   // a typed read, as GetNext(void*, L) makes it
     unsigned int nCarried = 0;
-    if (bWellFormed) {
-        elements.GetAt(nIndex).Get(nHeader);
-        nCarried = elements.GetAt(nIndex + 1).GetDataBuffer().GetLength();
-    }
-    if (!bWellFormed || nHeader > nCarried) {
-        // Not a block written by Add(void*, unsigned): step over its two elements
-        // without letting a bogus hidden length size any allocation.
-        unsigned int nSkip = 0;
-        message.GetNext(nSkip);
-        message.GetNextUnc(nullptr, 0);
-        return std::string();
-    }
+    if (message.IsValidGetIndex(nIndex + 1))
+        nCarried = message.GetElements().GetAt(nIndex + 1).GetDataBuffer().GetLength();
+    const unsigned long long nBound =
+        nHeader ? static_cast<unsigned long long>(std::min(nHeader, nCarried)) * kMaxInflateRatio : nCarried;
+    const size_t nCapacity = static_cast<size_t>(std::min<unsigned long long>(
+        {static_cast<unsigned long long>(nLength), nBound, kMaxSettingsText}));
 
-    unsigned long long nCapacity = nLength;
-    const unsigned long long nBound = nHeader ? nHeader * kMaxInflateRatio : nCarried;
-    if (nCapacity > nBound) nCapacity = nBound;
-    if (nCapacity > kMaxSettingsText) nCapacity = kMaxSettingsText;
-
-    std::vector<char> buffer(static_cast<size_t>(nCapacity) + 1, '\0');
+    std::vector<char> buffer(nCapacity + 1, '\0');
     message.GetNext(buffer.data(), static_cast<unsigned int>(nCapacity));
-    return std::string(buffer.data(), strnlen(buffer.data(), static_cast<size_t>(nCapacity)));
+    return std::string(buffer.data(), strnlen(buffer.data(), nCapacity));
 }
 
 }  // namespace

@@ -294,6 +294,13 @@ TEST(ServerConfig, MergesSettingsAndStoresSearchPaths) {
     EXPECT_EQ(testutil::ReadFileBytes(search), strings);
     EXPECT_EQ(session.lib.SetConfig(message = Settings("Mode=\"4\"; Scan=\"*.x\"", {}, 8u)), 1);
     EXPECT_EQ(testutil::ReadFileText(config), "Include=/srv|/opt\nLogging=1\nMode=4\nNote=x\nScan=*.png\n");
+    // Typed reads take the block's length element whatever its type.
+    message = CNDKMessage(9);
+    message.Add(9u);
+    message.Add(0);
+    message.AddUnc("Mode=\"5\"", 9);
+    EXPECT_EQ(session.lib.SetConfig(message), 1);
+    EXPECT_EQ(testutil::ReadFileText(config), "Include=/srv|/opt\nLogging=1\nMode=5\nNote=x\nScan=*.png\n");
 }
 
 TEST(Halt, HaltDuringCollectionKeepsReplyAndPendingMaps) {
