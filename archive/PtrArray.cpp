@@ -1,4 +1,4 @@
-// CPtrArray: counted pointer array with the classic growth step (grow-by, or
+// CPtrArray: counted pointer array with a fixed growth step (grow-by, or
 // size/8 clamped to [4, 1024] when grow-by is 0). Negative sizes and indices
 // are ignored rather than trusted.
 #include "archive/PtrArray.h"

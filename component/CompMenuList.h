@@ -9,12 +9,12 @@
 
 class CCompMenuInfo : public CObject {
 public:
-    CCompMenuInfo() = default;   // m_nCommand is left unset, as the host expects
+    CCompMenuInfo() = default;
     CCompMenuInfo(unsigned int command, const std::string& text, unsigned short flags, unsigned int data);
     CCompMenuInfo(const CCompMenuInfo& src);
     CCompMenuInfo& operator=(const CCompMenuInfo& src);
 
-    unsigned int m_nCommand;
+    unsigned int m_nCommand = 0;   // no command chosen yet; copying a default record stays defined
     std::string m_strText;
     std::string m_strAux;
     unsigned short m_wFlags = 0;

@@ -1,6 +1,6 @@
 // Inventory maps from arbitrary bytes: FromMemory either refuses the data or loads
 // a map whose memory form loads again to the very same bytes. The archive's
-// short-string assertion, which truncated list files reach by design, is turned
+// short-string assertion, which truncated list files are meant to reach, is turned
 // into a rejection so the fuzzer can explore past it.
 #include "inventory/InvMap.h"
 

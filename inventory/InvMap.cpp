@@ -323,11 +323,22 @@ CObject* CInvMap::ReadOwnedValue(CArchive& ar) {
 }
 
 bool CInvMap::ToFile(std::string strFileName) {
+    // A list file reached through a link is replaced where the link points, and one
+    // that exists keeps its permission bits, as writing it in place would.
+    struct stat st;
+    if (::lstat(strFileName.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+        if (char* pResolved = ::realpath(strFileName.c_str(), nullptr)) {
+            strFileName = pResolved;
+            std::free(pResolved);
+        }
+    }
+    const bool bExists = ::stat(strFileName.c_str(), &st) == 0 && S_ISREG(st.st_mode);
     std::string tmpName = strFileName + ".XXXXXX";
-    // mkostemp creates the file with bits 0600, the list files' mode.
+    // mkostemp creates the file with bits 0600, the mode of a new list file.
     FdGuard fd(::mkostemp(&tmpName[0], O_CLOEXEC));
     if (fd.get() < 0) return false;
     TempFileGuard tmpGuard(tmpName);
+    if (bExists && ::fchmod(fd.get(), st.st_mode & 07777) != 0) return false;
     {
         CCheckedFile file(fd.get());
         CArchive ar(&file, CArchive::store, 4096);

@@ -164,7 +164,7 @@ int CNDKMessage::Add(const std::string& value) { return m_elements.Add(CNDKMessa
 int CNDKMessage::Add(const void* pData, unsigned int nLength) {
     if (pData == nullptr) nLength = 0;
     if (nLength >= kCompressThreshold) {
-        // The classic capacity is length + length/900 + 12; zlib's own bound is used
+        // The block's capacity is length + length/900 + 12; zlib's own bound is used
         // when larger, which changes no output byte but cannot fail for lack of room.
         uLongf nCompressed = std::max<uLong>(uLong{nLength} + nLength / 900 + 12, compressBound(nLength));
         std::unique_ptr<Bytef[]> block(new Bytef[nCompressed]);
@@ -335,7 +335,7 @@ long CNDKMessage::GetSize() const {
             nSize += element.GetDataBuffer().GetLength();
             break;
         default:
-            // The 64-bit code (and anything higher) counts nothing, as it always has.
+            // Deliberate: the 64-bit code (and anything higher) counts nothing in the payload size.
             break;
         }
     }
@@ -424,9 +424,10 @@ int CNDKMessage::ToBuffer(void** ppBuffer) {
 void CNDKMessage::FromBuffer(const void* pBuffer, int nLength) {
     const auto* pBytes = static_cast<const unsigned char*>(pBuffer);
     const unsigned int nSize = (pBytes != nullptr && nLength > 0) ? static_cast<unsigned int>(nLength) : 0;
-    if (!WireLayoutCheck(pBytes, nSize).Complete()) throw new CFileException;
-
     RemoveAll();
+    // Checked before anything is read, so that cut data throws instead of reaching the
+    // archive's short-string assertion.
+    if (!WireLayoutCheck(pBytes, nSize).Complete()) throw new CFileException;
     CMemFile file(1024);
     // Grow-by 0: the caller's block is read as it stands and never written or freed.
     file.Attach(const_cast<unsigned char*>(pBytes), nSize, 0);

@@ -251,6 +251,20 @@ TEST(ListFile, FailuresKeepTheOldFileAndLeaveNoTemporary) {
     EXPECT_TRUE(fs::is_empty(dir.file("adir")) && std::distance(fs::directory_iterator(dir.path()), {}) == 2);
 }
 
+TEST(ListFile, RewriteKeepsModeAndFollowsLinks) {
+    testutil::TempDir dir;
+    const std::string target = dir.file("real.bin"), link = dir.file("SWList.bin");
+    CInvMap map;
+    Fill(map, Many(3, "1"));
+    ASSERT_TRUE(map.ToFile(target));
+    fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    fs::create_symlink(target, link);
+    ASSERT_TRUE(map.ToFile(link));
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(fs::status(target).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    EXPECT_EQ(testutil::ReadFileBytes(link), ToBytes(map));
+}
+
 TEST(ListFile, KilledWriterLeavesOldOrNewFile) {
     testutil::TempDir dir;   // in memory when CMake found /dev/shm: on disk most kills would land in fsync
     const std::string path = dir.file("SWPackage.bin");
