@@ -237,6 +237,7 @@ void CArchive::Abort() {
     else
         delete m_pLoadArray;
     m_pStoreMap = nullptr;
+    m_storeIndex.clear();
     m_loadKinds.clear();
 }
 
@@ -332,13 +333,12 @@ CArchive& CArchive::operator>>(std::string& str) {
 
 void CArchive::MapObject(const CObject* pOb) {
     if (IsStoring()) {
-        if (!m_pStoreMap) {
-            m_pStoreMap = new CMapPtrToPtr(static_cast<int>(m_growSize));
-            m_pStoreMap->SetAt(nullptr, IndexToPtr(0));
+        if (m_storeIndex.empty()) {
+            m_storeIndex.emplace(nullptr, 0);
             m_mapCount = 1;
         }
         if (pOb) {
-            m_pStoreMap->SetAt(const_cast<CObject*>(pOb), IndexToPtr(m_mapCount++));
+            m_storeIndex[pOb] = m_mapCount++;
             CheckCount();
         }
     } else {
@@ -368,9 +368,9 @@ void CArchive::WriteObject(const CObject* pOb) {
         *this << static_cast<unsigned short>(wNullTag);
         return;
     }
-    void* found = nullptr;
-    if (m_pStoreMap->Lookup(const_cast<CObject*>(pOb), found)) {
-        const std::uint32_t index = PtrToIndex(found);
+    const auto known = m_storeIndex.find(pOb);
+    if (known != m_storeIndex.end()) {
+        const std::uint32_t index = known->second;
         if (index < wBigObjectTag) {
             *this << static_cast<unsigned short>(index);
         } else {
@@ -380,16 +380,16 @@ void CArchive::WriteObject(const CObject* pOb) {
         return;
     }
     WriteClass(pOb->GetRuntimeClass());
-    m_pStoreMap->SetAt(const_cast<CObject*>(pOb), IndexToPtr(m_mapCount++));
+    m_storeIndex[pOb] = m_mapCount++;
     CheckCount();
     const_cast<CObject*>(pOb)->Serialize(*this);
 }
 
 void CArchive::WriteClass(const CRuntimeClass* pClassRef) {
     MapObject(nullptr);
-    void* found = nullptr;
-    if (m_pStoreMap->Lookup(const_cast<CRuntimeClass*>(pClassRef), found)) {
-        const std::uint32_t index = PtrToIndex(found);
+    const auto known = m_storeIndex.find(pClassRef);
+    if (known != m_storeIndex.end()) {
+        const std::uint32_t index = known->second;
         if (index < wBigObjectTag) {
             *this << static_cast<unsigned short>(wClassTag | index);
         } else {
@@ -400,7 +400,7 @@ void CArchive::WriteClass(const CRuntimeClass* pClassRef) {
     }
     *this << static_cast<unsigned short>(wNewClassTag);
     pClassRef->Store(*this);
-    m_pStoreMap->SetAt(const_cast<CRuntimeClass*>(pClassRef), IndexToPtr(m_mapCount++));
+    m_storeIndex[pClassRef] = m_mapCount++;
     CheckCount();
 }
 

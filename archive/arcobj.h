@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 // Called when an archived string is shorter than its length prefix. The default
@@ -128,16 +129,19 @@ private:
     unsigned char* m_bufferStart = nullptr;
     unsigned int m_mapCount = 0;
     union {
-        CMapPtrToPtr* m_pStoreMap;
+        CMapPtrToPtr* m_pStoreMap;   // unused: storing numbers through m_storeIndex
         CPtrArray* m_pLoadArray;
     };
     CMapPtrToPtr* m_schemaMap = nullptr;
     unsigned int m_growSize;
-    [[maybe_unused]] unsigned int m_hashSize = 137;   // kept; the store map has no hash table
+    [[maybe_unused]] unsigned int m_hashSize = 137;   // kept; the store index sizes itself
     std::vector<unsigned char> m_loadKinds;   // parallel to m_pLoadArray
     bool m_bBroken = false;                     // set when a class could not be resolved
     bool m_bShortRead = false;                  // a Read delivered less than asked
     unsigned int m_nLoadDepth = 0;              // objects being loaded inside each other
+    // Storing: object or class -> index. Only lookups happen there, never an ordered
+    // walk, and an ordered map cost a large map's pass a third of its time.
+    std::unordered_map<const void*, std::uint32_t> m_storeIndex;
 };
 
 CArchive& operator<<(CArchive& ar, const CObject* pOb);
