@@ -4,6 +4,8 @@
 // pair correct across inserts and erases so a walk never restarts from the top.
 #pragma once
 
+#include "archive/Prefetch.h"
+
 #include <cstdint>
 #include <iterator>
 
@@ -30,6 +32,26 @@ struct IndexCursor {
         iter = it;
         iterIndex = at;
         valid = true;
+        return it;
+    }
+
+    // The GetNextAssoc step: the entry at *rPosition (end() when the walk ran past the
+    // last entry, which nulls the position); the position then moves on, and is
+    // nulled after the last entry.
+    static Iter Next(Map& map, std::uint32_t*& rPosition, Iter& iter, std::uint32_t& iterIndex, bool& valid) {
+        const std::uint32_t index = *rPosition;
+        const Iter it = Seek(map, index, iter, iterIndex, valid);
+        if (it == map.end()) {
+            rPosition = nullptr;
+            return it;
+        }
+        iter = std::next(it);
+        iterIndex = index + 1;
+        *rPosition = index + 1;
+        if (iter == map.end())
+            rPosition = nullptr;
+        else
+            PrefetchAhead(&*iter);
         return it;
     }
 

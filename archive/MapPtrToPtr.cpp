@@ -56,20 +56,13 @@ CMapPtrToPtr::Map::iterator CMapPtrToPtr::Seek(std::uint32_t index) {
 
 void CMapPtrToPtr::GetNextAssoc(POSITION& rNextPosition, void*& rKey, void*& rValue) {
     if (!rNextPosition) return;
-    const std::uint32_t index = *rNextPosition;
-    auto it = Seek(index);
+    const auto it = Cursor::Next(m_map, rNextPosition, m_iter, m_nIterIndex, m_bIterValid);
     if (it == m_map.end()) {
         rValue = nullptr;
-        rNextPosition = nullptr;
         return;
     }
     rKey = it->first;
     rValue = it->second;
-    ++it;
-    m_iter = it;
-    m_nIterIndex = index + 1;
-    *rNextPosition = index + 1;
-    if (it == m_map.end()) rNextPosition = nullptr;
 }
 
 bool CMapPtrToPtr::GetItemByPosition(int index, bool& bLast, void*& rKey, void*& rValue) {

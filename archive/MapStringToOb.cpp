@@ -4,7 +4,6 @@
 #include "archive/MapStringToOb.h"
 
 #include "archive/IndexCursor.h"
-#include "archive/Prefetch.h"
 #include "archive/arcobj.h"
 
 IMPLEMENT_PERSISTENT(CMapStringToOb, CObject, 0)
@@ -59,25 +58,15 @@ CMapStringToOb::Map::iterator CMapStringToOb::Seek(std::uint32_t index) {
 
 void CMapStringToOb::GetNextAssoc(POSITION& rNextPosition, std::string& rKey, CObject*& rValue) {
     if (!rNextPosition) return;
-    const std::uint32_t index = *rNextPosition;
-    auto it = Seek(index);
+    const auto it = Cursor::Next(m_map, rNextPosition, m_iter, m_nIterIndex, m_bIterValid);
     if (it == m_map.end()) {
         // The walk ran past the end (entries were removed); no stale value is handed out.
         rValue = nullptr;
-        rNextPosition = nullptr;
         return;
     }
     rKey = it->first;
     rValue = it->second;
-    ++it;
-    if (it != m_map.end()) {
-        PrefetchAhead(&*it);
-        __builtin_prefetch(it->first.data());
-    }
-    m_iter = it;
-    m_nIterIndex = index + 1;
-    *rNextPosition = index + 1;
-    if (it == m_map.end()) rNextPosition = nullptr;
+    if (rNextPosition) __builtin_prefetch(m_iter->first.data());
 }
 
 bool CMapStringToOb::GetItemByPosition(int index, bool& bLast, std::string& rKey, CObject*& rValue) {

@@ -207,24 +207,21 @@ void CInvMap::ReplaceList(const CInvMap* pSource) {
         if (CObject* pCopy = CopyRecord(e.second)) SetAt(e.first, pCopy);
 }
 
-bool CInvMap::CreateAddMap(const CInvMap* pOther, CInvMap* pResult) {
+bool CInvMap::CopyOneSided(const CInvMap* pOther, CInvMap* pResult, bool bMine) {
     if (!pResult) return false;
     WalkTogether(m_map, pOther ? &pOther->m_map : nullptr,
                  [&](const std::string& key, const Entry* pMine, const Entry* pTheirs) {
-                     if (pMine && !pTheirs)
-                         if (CObject* pCopy = CopyRecord(pMine->second)) pResult->SetAt(key, pCopy);
+                     const Entry* pOnly = bMine ? (pTheirs ? nullptr : pMine) : (pMine ? nullptr : pTheirs);
+                     if (pOnly)
+                         if (CObject* pCopy = CopyRecord(pOnly->second)) pResult->SetAt(key, pCopy);
                  });
     return pResult->GetCount() > 0;
 }
 
+bool CInvMap::CreateAddMap(const CInvMap* pOther, CInvMap* pResult) { return CopyOneSided(pOther, pResult, true); }
+
 bool CInvMap::CreateDeleteMap(const CInvMap* pOther, CInvMap* pResult) {
-    if (!pResult) return false;
-    WalkTogether(m_map, pOther ? &pOther->m_map : nullptr,
-                 [&](const std::string& key, const Entry* pMine, const Entry* pTheirs) {
-                     if (pTheirs && !pMine)
-                         if (CObject* pCopy = CopyRecord(pTheirs->second)) pResult->SetAt(key, pCopy);
-                 });
-    return pResult->GetCount() > 0;
+    return CopyOneSided(pOther, pResult, false);
 }
 
 bool CInvMap::CreateChangeMap(const CInvMap* pOther, CInvMap* pResult) {

@@ -54,6 +54,8 @@ private:
     static CObject* CopyRecord(CObject* pValue);
     // The storing half of Serialize: the bytes of CMapStringToOb::Serialize.
     void StoreEntries(CArchive& ar);
+    // Copies the records whose keys only this map (bMine) or only pOther holds.
+    bool CopyOneSided(const CInvMap* pOther, CInvMap* pResult, bool bMine);
     // Loads from an open file, turning archive errors into false; closes the file.
     bool LoadFrom(CFile& file);
     // Reads one value of a stored entry; only freshly created objects are accepted.
