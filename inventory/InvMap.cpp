@@ -339,17 +339,7 @@ bool CInvMap::ToFile(std::string strFileName) {
     {
         CCheckedFile file(fd.get());
         CArchive ar(&file, CArchive::store, 4096);
-        try {
-            Serialize(ar);
-            ar.Close();
-        } catch (CFileException* e) {
-            delete e;
-            ar.Abort();
-            return false;
-        } catch (...) {
-            ar.Abort();
-            return false;
-        }
+        if (!SerializeThrough(ar)) return false;
     }
     if (::fsync(fd.get()) != 0) return false;
     if (!fd.close()) return false;
@@ -364,21 +354,24 @@ bool CInvMap::ToFile(std::string strFileName) {
     return true;
 }
 
+bool CInvMap::SerializeThrough(CArchive& ar) {
+    try {
+        Serialize(ar);
+        ar.Close();
+        return true;
+    } catch (CFileException* e) {
+        delete e;
+    } catch (...) {
+    }
+    ar.Abort();
+    return false;
+}
+
 bool CInvMap::LoadFrom(CFile& file) {
-    bool bOk = true;
+    bool bOk;
     {
         CArchive ar(&file, CArchive::load, 4096);
-        try {
-            Serialize(ar);
-            ar.Close();
-        } catch (CFileException* e) {
-            delete e;
-            ar.Abort();
-            bOk = false;
-        } catch (...) {
-            ar.Abort();
-            bOk = false;
-        }
+        bOk = SerializeThrough(ar);
     }
     file.Close();
     return bOk;

@@ -56,6 +56,8 @@ private:
     void StoreEntries(CArchive& ar);
     // Copies the records whose keys only this map (bMine) or only pOther holds.
     bool CopyOneSided(const CInvMap* pOther, CInvMap* pResult, bool bMine);
+    // Serialize through an archive; an exception abandons the archive and gives false.
+    bool SerializeThrough(CArchive& ar);
     // Loads from an open file, turning archive errors into false; closes the file.
     bool LoadFrom(CFile& file);
     // Reads one value of a stored entry; only freshly created objects are accepted.
