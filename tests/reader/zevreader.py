@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
 """Independent reader of the component's byte formats, for tests.
 
-Decodes archive streams, message wire buffers and inventory replies into JSON and
-re-encodes messages, so that tests can check the C++ writers against a second
-implementation. Standard library only; it never loads the component's own code.
+Decodes archive streams, message wire buffers and inventory replies into JSON and re-encodes
+messages, so that tests check the C++ writers against a second implementation (standard library only).
 
     zevreader.py map FILE              archived CMapStringToOb / CInvMap stream
     zevreader.py strings FILE          archived CStringArray stream
@@ -14,11 +13,7 @@ implementation. Standard library only; it never loads the component's own code.
 Strings decode as latin-1 (lossless). Malformed input: exit status 1, one line on stderr.
 """
 
-import argparse
-import json
-import struct
-import sys
-import zlib
+import argparse, json, struct, sys, zlib
 
 # Element codes; scalar codes map to the struct format at the start of the 8-byte store
 # (6 and 7 are reserved codes holding 32-bit values).
@@ -30,41 +25,32 @@ VERSIONABLE = 0x80000000
 KNOWN_CLASSES = {"CObList": 0, "CStringArray": 0, "CMapStringToOb": 0, "CInvMap": 1, "CListObject": 1,
                  "CSoftwareObject": VERSIONABLE | 3, "CSoftwarePackageObject": VERSIONABLE | 2, "CNDKMessage": 1}
 
-NEW_CLASS_TAG = 0xFFFF
-BIG_OBJECT_TAG = 0x7FFF
-BIG_CLASS_TAG = 0x80000000
-MAX_CLASS_NAME = 64
+NEW_CLASS_TAG, BIG_OBJECT_TAG, BIG_CLASS_TAG, MAX_CLASS_NAME = 0xFFFF, 0x7FFF, 0x80000000, 64
 
 
-class FormatError(Exception):
-    """The bytes do not follow the format."""
+class FormatError(Exception): """The bytes do not follow the format."""
 
 
 def latin1(raw):
     return raw.decode("latin-1")
 
 
-def c_text(raw):
-    """What the C++ loader keeps of a stored string: the bytes before the first NUL."""
+def c_text(raw):   # what the C++ loader keeps of a stored string: the bytes before the first NUL
     return raw.split(b"\0", 1)[0]
 
 
-# ---------------------------------------------------------------- archive stream
 
 class Stream:
     """Little-endian reads over a byte string with strict bounds."""
 
     def __init__(self, data):
-        self.data = bytes(data)
-        self.pos = 0
+        self.data, self.pos = bytes(data), 0
 
     def take(self, n, what="data"):
         if n < 0 or len(self.data) - self.pos < n:
-            raise FormatError("%s: need %d bytes at offset %d, %d left"
-                              % (what, n, self.pos, len(self.data) - self.pos))
-        chunk = self.data[self.pos:self.pos + n]
+            raise FormatError("%s: need %d bytes at offset %d, %d left" % (what, n, self.pos, len(self.data) - self.pos))
         self.pos += n
-        return chunk
+        return self.data[self.pos - n:self.pos]
 
     def unpack(self, fmt, what):
         return struct.unpack(fmt, self.take(struct.calcsize(fmt), what))[0]
@@ -93,8 +79,7 @@ class Stream:
 
     def expect_end(self, what):
         if self.pos != len(self.data):
-            raise FormatError("%s: %d trailing bytes at offset %d"
-                              % (what, len(self.data) - self.pos, self.pos))
+            raise FormatError("%s: %d trailing bytes at offset %d" % (what, len(self.data) - self.pos, self.pos))
 
 
 class ArchiveReader(Stream):
@@ -106,8 +91,7 @@ class ArchiveReader(Stream):
         self.remembered_schema = {}   # versionable class -> schema found in the stream
 
     def read_class_record(self):
-        schema = self.u16("class schema")
-        length = self.u16("class name length")
+        schema, length = self.u16("class schema"), self.u16("class name length")
         if length >= MAX_CLASS_NAME:
             raise FormatError("class name of %d bytes" % length)
         name = latin1(self.take(length, "class name"))
@@ -117,12 +101,8 @@ class ArchiveReader(Stream):
 
     def read_object(self):
         """The object JSON, or None for the null reference."""
-        tag_offset = self.pos
-        tag = self.u16("object tag")
-        if tag == BIG_OBJECT_TAG:
-            tag32 = self.u32("big object tag")
-        else:
-            tag32 = (tag & 0x7FFF) | ((tag & 0x8000) << 16)
+        tag_offset, tag = self.pos, self.u16("object tag")
+        tag32 = self.u32("big object tag") if tag == BIG_OBJECT_TAG else (tag & 0x7FFF) | ((tag & 0x8000) << 16)
 
         if not tag32 & BIG_CLASS_TAG:
             if tag32 >= len(self.loaded):
@@ -164,8 +144,8 @@ class ArchiveReader(Stream):
             if schema > 1:
                 text("m_strDescription")
         elif name == "CSoftwareObject":
-            for field in ("m_strVersion", "m_strDescription", "m_strCompanyName",
-                          "m_strInfo1", "m_strInfo2", "m_strInfo3", "m_strInfo4"):
+            for field in ("m_strVersion", "m_strDescription", "m_strCompanyName", "m_strInfo1", "m_strInfo2",
+                          "m_strInfo3", "m_strInfo4"):
                 text(field)
             fields["m_nInfo5"] = self.i32("m_nInfo5")
             if schema > 1:
@@ -191,10 +171,8 @@ class ArchiveReader(Stream):
             raw_key = self.string("map key")
             if raw_key:
                 key = c_text(raw_key)
-            value = self.read_object()
-            entry = {"key": latin1(key), "raw_key": latin1(raw_key)}
-            entry.update(value or {"class": None, "schema": None, "fields": None})
-            entries.append(entry)
+            entries.append(dict({"key": latin1(key), "raw_key": latin1(raw_key)},
+                                **(self.read_object() or {"class": None, "schema": None, "fields": None})))
         return {"count": count, "entries": entries}
 
     def read_strings(self):
@@ -209,15 +187,10 @@ def decode_whole(data, read, what):
     return result
 
 
-def decode_map(data):
-    return decode_whole(data, ArchiveReader.read_map, "map stream")
+def decode_map(data): return decode_whole(data, ArchiveReader.read_map, "map stream")
+def decode_strings(data): return decode_whole(data, ArchiveReader.read_strings, "string array stream")
 
 
-def decode_strings(data):
-    return decode_whole(data, ArchiveReader.read_strings, "string array stream")
-
-
-# ---------------------------------------------------------------- messages
 
 def read_message_body(stream):
     msg_id, count, hidden = stream.i32("message id"), stream.i32("element count"), stream.u32("hidden count")
@@ -236,25 +209,18 @@ def read_message_body(stream):
         else:
             raw = stream.take(8, "scalar value")
             fmt = SCALAR_FORMATS.get(code)
-            element["value"] = struct.unpack_from(fmt, raw)[0] if fmt else None
-            element["raw"] = raw.hex()
+            element.update(value=struct.unpack_from(fmt, raw)[0] if fmt else None, raw=raw.hex())
         elements.append(element)
     return {"id": msg_id, "count": count, "hidden": hidden, "elements": elements}
 
 
-def decode_message(data):
-    return decode_whole(data, read_message_body, "message")
+def decode_message(data): return decode_whole(data, read_message_body, "message")
 
 
 def encode_string(raw):
     n = len(raw)
-    if n < 0xFF:
-        prefix = struct.pack("<B", n)
-    elif n < 0xFFFE:
-        prefix = struct.pack("<BH", 0xFF, n)
-    else:
-        prefix = struct.pack("<BHI", 0xFF, 0xFFFF, n)
-    return prefix + raw
+    return (struct.pack("<B", n) if n < 0xFF else struct.pack("<BH", 0xFF, n) if n < 0xFFFE
+            else struct.pack("<BHI", 0xFF, 0xFFFF, n)) + raw
 
 
 def encode_element(element):
@@ -279,20 +245,17 @@ def encode_message(message):
     return header + b"".join(encode_element(e) for e in elements)
 
 
-# ---------------------------------------------------------------- replies
 
 class ElementCursor:
     def __init__(self, elements, start):
-        self.elements = elements
-        self.index = start
+        self.elements, self.index = elements, start
 
     def next(self, code, what):
         if self.index >= len(self.elements):
             raise FormatError("%s: reply ends at element %d" % (what, self.index))
         element = self.elements[self.index]
         if element["type"] != code:
-            raise FormatError("%s: element %d has type %d, expected %d"
-                              % (what, self.index, element["type"], code))
+            raise FormatError("%s: element %d has type %d, expected %d" % (what, self.index, element["type"], code))
         self.index += 1
         return element["value"]
 
@@ -300,51 +263,39 @@ class ElementCursor:
         """uint length, then the block (uint c, buffer; zlib when c != 0) holding a map stream."""
         length = self.next(NDK_UINT, what + " length")
         header = self.next(NDK_UINT, what + " block header")
-        buffer = self.next(NDK_BUFFER, what + " block")
-        body = bytes.fromhex(buffer["hex"])
-        if header:
-            if header != len(body):
-                raise FormatError("%s: block header %d, buffer of %d bytes" % (what, header, len(body)))
-            try:
-                body = zlib.decompress(body)
-            except zlib.error as exc:
-                raise FormatError("%s: %s" % (what, exc)) from None
-        if len(body) != length:
-            raise FormatError("%s: %d bytes, length element says %d" % (what, len(body), length))
+        body = bytes.fromhex(self.next(NDK_BUFFER, what + " block")["hex"])
+        if header and header != len(body):
+            raise FormatError("%s: block header %d, buffer of %d bytes" % (what, header, len(body)))
         try:
+            body = zlib.decompress(body) if header else body
+            if len(body) != length:
+                raise FormatError("%d bytes, length element says %d" % (len(body), length))
             return decode_map(body)
-        except FormatError as exc:
+        except (zlib.error, FormatError) as exc:
             raise FormatError("%s: %s" % (what, exc)) from None
 
 
 def decode_reply(data, skip=0):
-    message = decode_message(data)
-    elements = message["elements"]
+    elements = decode_message(data)["elements"]
     if skip < 0 or skip > len(elements):
         raise FormatError("cannot skip %d of %d elements" % (skip, len(elements)))
     cur = ElementCursor(elements, skip)
     reply = {"scan_time": cur.next(NDK_STRING, "scan time")}
-    software = {part: cur.blob_map("software " + part) for part in ("add", "delete", "change", "empty")}
-    software["full"] = cur.next(NDK_SHORT, "software full flag")
-    packages = {part: cur.blob_map("packages " + part) for part in ("add", "delete", "change")}
-    packages["full"] = cur.next(NDK_SHORT, "packages full flag")
+    for group, parts in (("software", ("add", "delete", "change", "empty")), ("packages", ("add", "delete", "change"))):
+        reply[group] = {part: cur.blob_map(group + " " + part) for part in parts}
+        reply[group]["full"] = cur.next(NDK_SHORT, group + " full flag")
     if cur.index != len(elements):
         raise FormatError("%d elements after the reply layout" % (len(elements) - cur.index))
-    reply["software"] = software
-    reply["packages"] = packages
     return reply
 
 
-# ---------------------------------------------------------------- command line
 
 def main(argv=None):
     parser = argparse.ArgumentParser(prog="zevreader.py", description=__doc__.split("\n")[0])
     sub = parser.add_subparsers(dest="command", required=True)
-    for name in ("map", "strings", "message"):
+    for name in ("map", "strings", "message", "reply"):
         sub.add_parser(name).add_argument("file")
-    reply = sub.add_parser("reply")
-    reply.add_argument("file")
-    reply.add_argument("--skip", type=int, default=0, help="leading host elements to skip")
+    sub.choices["reply"].add_argument("--skip", type=int, default=0, help="leading host elements to skip")
     encode = sub.add_parser("encode-message")
     encode.add_argument("json", help="message JSON as the message command prints it ('-' for stdin)")
     encode.add_argument("-o", "--output", help="output file (default: standard output)")
@@ -352,25 +303,19 @@ def main(argv=None):
 
     try:
         if args.command == "encode-message":
-            source = sys.stdin if args.json == "-" else open(args.json, encoding="utf-8")
-            with source:
+            with sys.stdin if args.json == "-" else open(args.json, encoding="utf-8") as source:
                 wire = encode_message(json.load(source))
-            if args.output:
-                with open(args.output, "wb") as out:
-                    out.write(wire)
-            else:
-                sys.stdout.buffer.write(wire)
+            with open(args.output, "wb") if args.output else open(sys.stdout.fileno(), "wb", closefd=False) as out:
+                out.write(wire)
             return 0
         with open(args.file, "rb") as f:
             data = f.read()
-        decode = {"map": decode_map, "strings": decode_strings, "message": decode_message,
-                  "reply": lambda d: decode_reply(d, args.skip)}[args.command]
-        result = decode(data)
+        result = {"map": decode_map, "strings": decode_strings, "message": decode_message,
+                  "reply": lambda d: decode_reply(d, args.skip)}[args.command](data)
     except (FormatError, OSError, ValueError, KeyError, TypeError, struct.error, RecursionError) as exc:
         print("zevreader: %s: %s" % (args.command, exc), file=sys.stderr)
         return 1
-    json.dump(result, sys.stdout, indent=1)
-    sys.stdout.write("\n")
+    print(json.dumps(result, indent=1))
     return 0
 
 
