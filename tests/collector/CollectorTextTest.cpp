@@ -1,93 +1,67 @@
-// Tables of cases for the collector's text rules: query and owner output, name
-// suffixes, patterns, match and exclusion lists, excluded programs and start folders.
+// Tables of {input, expected} cases for the collector's text rules: query and owner output,
+// name suffixes, start folders, patterns, match and exclusion lists, excluded programs.
 #include "collector/CollectorText.h"
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using namespace collectortext;
 
-TEST(CollectorText, PackageQueryOutput) {
-    const struct {
-        std::string output;
-        bool ok;
-        std::string name, version, summary, company;
-    } cases[] = {
-        {"foo^1.2^^", true, "foo", "1.2", "", ""},
-        {"a^1^short\n long\n .\n more^Debian", true, "a", "1", "short\n long\n .\n more", "Debian"},
-        {"foo^1.2^summary", true, "foo", "1.2", "summary", "foo^1.2^summary"},   // no third "^"
-        {"foo^1.2^", true, "foo", "1.2", "", "foo^1.2^"},
-        {"n^v^s^c^d", true, "n", "v", "s", "c^d"},
-        {" sp ^ 1 ^ s ^ c ", true, " sp ", " 1 ", " s ", " c "},
-        {"^^^", true, "", "", "", ""},
-        {"foo^1.2", false, "foo", "", "", ""},
-        {"none", false, "none", "", "", ""},
-        {"", false, "", "", "", ""},
-    };
-    for (const auto& c : cases) {
+TEST(CollectorText, PackageQueryAndOwnerOutput) {
+    // "parsed|name|version|summary|company": without a third "^" the company is the whole output.
+    const std::pair<std::string, std::string> queries[] = {
+        {"foo^1.2^^", "1|foo|1.2||"}, {"a^1^short\n long\n .\n more^Debian", "1|a|1|short\n long\n .\n more|Debian"},
+        {"foo^1.2^summary", "1|foo|1.2|summary|foo^1.2^summary"}, {"n^v^s^c^d", "1|n|v|s|c^d"},
+        {" sp ^ 1 ^ s ^ c ", "1| sp | 1 | s | c "}, {"^^^", "1||||"}, {"foo^1.2", "0|foo|||"}, {"", "0||||"}};
+    for (const auto& [output, expected] : queries) {
         PackageFields f;
         f.version = "stale";
-        EXPECT_EQ(c.ok, ParsePackageQuery(c.output, f)) << c.output;
-        EXPECT_EQ(c.name + "|" + c.version + "|" + c.summary + "|" + c.company,
-                  f.name + "|" + f.version + "|" + f.summary + "|" + f.company) << c.output;
+        const bool ok = ParsePackageQuery(output, f);
+        EXPECT_EQ(expected, std::to_string(ok) + "|" + f.name + "|" + f.version + "|" + f.summary + "|" + f.company) << output;
     }
-    const struct {
-        std::string output;
-        bool ok;
-        std::string fields;
-    } owners[] = {{"bash^5.2^GNU shell^Debian", true, "bash|5.2|GNU shell^Debian"}, {"bash^5.2", true, "bash|5.2|bash^5.2"},
-                  {"^", true, "||^"}, {"nothing", false, "old|old|old"}};
-    for (const auto& c : owners) {
-        std::string a = "old", b = "old", r = "old";
-        EXPECT_EQ(c.ok, SplitOwnerPackage(c.output, a, b, r)) << c.output;
-        EXPECT_EQ(c.fields, a + "|" + b + "|" + r);
+    const std::pair<std::string, std::string> owners[] = {{"bash^5.2^GNU shell^Debian", "1|bash|5.2|GNU shell^Debian"},
+                                                          {"bash^5.2", "1|bash|5.2|bash^5.2"}, {"^", "1|||^"}, {"nothing", "0|old|old|old"}};
+    for (const auto& [output, expected] : owners) {
+        std::string a = "old", b = "old", rest = "old";
+        const bool ok = SplitOwnerPackage(output, a, b, rest);
+        EXPECT_EQ(expected, std::to_string(ok) + "|" + a + "|" + b + "|" + rest) << output;
     }
 }
 
 TEST(CollectorText, NameSuffixAndStartFolder) {
     const std::pair<std::string, std::string> names[] = {
-        {"kernel-2.6.18", "kernel"}, {"libfoo2", "libfoo2"}, {"0123456789.-", "0123456789.-"}, {"", ""},
-        {"gcc-12", "gcc"}, {"foo-bar-1.0", "foo-bar"}, {"python3.11", "python3.11"}, {"a-1b-2", "a-1b"},
-        {"lib-x", "lib-x"}, {"name-", "name"}, {"-9", "-9"}};
-    for (const auto& c : names) EXPECT_EQ(c.second, CutNameSuffix(c.first)) << c.first;
-    const std::pair<std::string, std::string> starts[] = {
-        {"", "/"}, {"*", "/"}, {"/opt", "/opt/"}, {"/opt/", "/opt/"}, {"**", "**/"}, {"rel", "rel/"}};
-    for (const auto& c : starts) EXPECT_EQ(c.second, WalkStartFolder(c.first)) << c.first;
+        {"kernel-2.6.18", "kernel"}, {"libfoo2", "libfoo2"}, {"0123456789.-", "0123456789.-"}, {"", ""}, {"foo-bar-1.0", "foo-bar"},
+        {"python3.11", "python3.11"}, {"a-1b-2", "a-1b"}, {"lib-x", "lib-x"}, {"name-", "name"}, {"-9", "-9"}};
+    for (const auto& [name, cut] : names) EXPECT_EQ(cut, CutNameSuffix(name)) << name;
+    const std::pair<std::string, std::string> starts[] = {{"", "/"}, {"*", "/"}, {"/opt", "/opt/"}, {"/opt/", "/opt/"}, {"**", "**/"}};
+    for (const auto& [start, folder] : starts) EXPECT_EQ(folder, WalkStartFolder(start)) << start;
     std::string s = "\\\\srv\\x";
     ForwardSlashes(s);
     EXPECT_EQ("//srv/x", s);
 }
 
 TEST(CollectorText, PatternsListsAndExcludedPrograms) {
-    const struct {
-        const char *name, *pattern;
-        bool match;
-    } patterns[] = {
-        {"readme.txt", "*.txt", true}, {"a.b.gz", "*.gz", false}, {"a.gz", "*.gz", true}, {"abc", "*?c", false},
-        {"a?c", "*?c", true}, {"abc", "a?c", true}, {"ac", "a?c", false}, {"readme.txt", "***.txt", true},
-        {"", "**", true}, {"", "", true}, {"a", "", false}, {"", "a", false}, {"abc", "ABC", false},
-        {"abcd", "abc", false}, {"abc", "abc**", true}, {"axb", "a**b", false}, {"bin", "b*n", true},
-        {"bnn", "b*n", false}, {"banana", "b*a", false}};
-    for (const auto& c : patterns) EXPECT_EQ(c.match, MatchPattern(c.name, c.pattern)) << c.name << " vs " << c.pattern;
-    EXPECT_FALSE(MatchPattern(nullptr, "*"));
-    EXPECT_FALSE(MatchPattern("a", nullptr));
+    // A star stops at the first character equal to the one after it: no backtracking.
+    const std::tuple<const char*, const char*, bool> patterns[] = {
+        {"readme.txt", "*.txt", true}, {"a.b.gz", "*.gz", false}, {"abc", "*?c", false}, {"a?c", "*?c", true}, {"abc", "a?c", true},
+        {"ac", "a?c", false}, {"readme.txt", "***.txt", true}, {"", "**", true}, {"", "", true}, {"a", "", false}, {"abc", "ABC", false},
+        {"abcd", "abc", false}, {"abc", "abc**", true}, {"axb", "a**b", false}, {"bnn", "b*n", false}, {"banana", "b*a", false}};
+    for (const auto& [name, pattern, match] : patterns) EXPECT_EQ(match, MatchPattern(name, pattern)) << name << " vs " << pattern;
+    EXPECT_FALSE(MatchPattern(nullptr, "*") || MatchPattern("a", nullptr));
 
     const std::string long511 = std::string(506, 'x') + "|*.sh", long512 = "x" + long511;
-    const struct {
-        const char* path;
-        std::string list;
-        bool wildcards, match;
-    } lists[] = {
-        {"/usr/bin/readme.txt", "*.txt", true, true}, {"/usr/txt/readme", "*txt", true, false},
-        {"/a/b.sh", "||*.sh||", true, true}, {"/a/b.sh", "|", true, false}, {"/a/b", "", true, false},
-        {"/a/", "*", true, true}, {"/a/b.sh", long511, true, true}, {"/a/b.sh", long512, true, false},
+    const std::tuple<const char*, std::string, bool, bool> lists[] = {   // path, list, wildcards, match
+        {"/usr/bin/readme.txt", "*.txt", true, true}, {"/usr/txt/readme", "*txt", true, false}, {"/a/b.sh", "||*.sh||", true, true},
+        {"/a/b", "", true, false}, {"/a/", "*", true, true}, {"/a/b.sh", long511, true, true}, {"/a/b.sh", long512, true, false},
         {"/proc", "/proc", false, true}, {"/srv/proc", "/proc", false, true}, {"/proc/1", "/proc", false, false},
         {"/proc", "/proc/", false, false}, {"/proc/x/proc", "/proc", false, false}, {"/tmp|/proc", "/proc", false, true},
-        {"/usr/windows", "/home|/usr/windows", false, true}, {"/PROC", "/proc", false, false},
-        {"/a", "||", false, false}, {"/usr", long512, false, false}};
-    for (const auto& c : lists) EXPECT_EQ(c.match, FindMatch(c.path, c.list, c.wildcards)) << c.path << " in " << c.list.substr(0, 40);
+        {"/usr/windows", "/home|/usr/windows", false, true}, {"/a", "||", false, false}, {"/usr", long512, false, false}};
+    for (const auto& [path, list, wildcards, match] : lists)
+        EXPECT_EQ(match, FindMatch(path, list, wildcards)) << path << " in " << list.substr(0, 40);
 
     const std::pair<const char*, bool> programs[] = {
         {"/lib/x86_64/lib.so.6", false}, {"/usr/lib/x.so", false}, {"/usr/bin/x.socket", true}, {"/usr/lib/a.sol/b.so", true},
         {"/opt/app/plugins/tool", false}, {"/opt/app/plugins", true}, {"/usr/bin/bash", true}, {".so", false}};
-    for (const auto& c : programs) EXPECT_EQ(c.second, TestForExcludedExes(c.first)) << c.first;
+    for (const auto& [path, allowed] : programs) EXPECT_EQ(allowed, TestForExcludedExes(path)) << path;
 }

@@ -1,4 +1,4 @@
-// Helpers shared by the tests: temporary folders, whole files, forked children, mount namespaces.
+// Helpers shared by the tests: temporary folders, whole files, mount namespaces, a fake package manager.
 #pragma once
 
 #include <cstdint>
@@ -32,12 +32,11 @@ bool FileExists(const std::string& path);
 void MakeDirs(const std::string& path);
 // "0A 0B ...", so that failed golden-byte comparisons read well.
 std::string Hex(const std::vector<std::uint8_t>& bytes);
-// The lines of a log file without their 19-character time stamps.
-std::vector<std::string> LogMessages(const std::string& path);
+// The lines of a log file that start with `prefix` (after their 19-character time stamps), without both.
+std::vector<std::string> LogMessages(const std::string& path, const std::string& prefix = "");
 
-// Runs `body` in a forked child; its result is the exit status (128 + signal if killed).
-int RunInChild(const std::function<int()>& body);
-// The same in a private mount namespace (status 125 when that cannot be set up).
+// Runs `body` in a forked child in a private mount namespace; its result is the exit status
+// (128 + signal if killed, 125 when the namespace cannot be set up).
 int RunInPrivateMounts(const std::function<int()>& body);
 // Inside RunInPrivateMounts: lays a writable, empty overlay kept in the empty folder `scratch` on `target`.
 bool OverlayFolder(const std::string& target, const std::string& scratch);
@@ -49,7 +48,7 @@ class FakePackageManager {
 public:
     FakePackageManager();
     ~FakePackageManager();
-    void Set(const std::string& kind, const std::string& key, const std::string& text);
+    void Set(const std::string& kind, std::string key, const std::string& text);
     std::string Calls() const { return ReadFileText(m_dir.file("calls")); }
     void ClearCalls() { WriteFileText(m_dir.file("calls"), ""); }
     std::string file(const std::string& name) const { return m_dir.file(name); }
@@ -63,9 +62,8 @@ private:
 template <class Map>
 std::vector<std::string> Keys(Map& map) {
     std::vector<std::string> keys;
-    std::string key;
     CObject* value = nullptr;
-    for (auto pos = map.GetStartPosition(); pos; keys.push_back(key)) map.GetNextAssoc(pos, key, value);
+    for (auto pos = map.GetStartPosition(); pos;) map.GetNextAssoc(pos, keys.emplace_back(), value);
     return keys;
 }
 

@@ -1,11 +1,7 @@
 #!/usr/bin/env python3
-"""check_real_dpkg.py READER HOME: the reply ("reply.bin") and "data/SWPackage.bin" of a Mode 1 run
-hold exactly the packages dpkg-query reports, keyed and parsed by the package scan's rules.
-Exit status 77 without a dpkg database or with a Halvorn product installed."""
-import json
-import os
-import subprocess
-import sys
+"""check_real_dpkg.py READER HOME: the reply ("reply.bin") and "data/SWPackage.bin" of a Mode 1 run hold exactly the
+packages dpkg-query reports, keyed and parsed by the package scan's rules; 77 without dpkg or with a Halvorn product."""
+import json, os, subprocess, sys
 
 QUERY = "dpkg-query --show --showformat '${Package}^${Version}^${Description}^${Origin}' "
 MARKERS = ["/usr/qor/daemon/clientdaemon", "/opt/Halvorn/HalvornOrbis/bin/Client", "/opt/Halvorn/HalvornPavo/bin/Pavo",
@@ -25,52 +21,42 @@ def cut_suffix(name):
 
 
 def expected_packages():
-    ok, listing = shell("dpkg-query --show --showformat '${Package}\n'")
     records = {}
-    for line in listing.splitlines():
+    for line in shell("dpkg-query --show --showformat '${Package}\n'")[1].splitlines():
         ok, out = shell(QUERY + line.decode("latin-1"))
         parts = out.split(b"^", 3)
-        if not ok or len(parts) < 3:
-            continue
-        company = parts[3] if len(parts) == 4 else out   # no third "^": the whole output
-        records[line + b"\\" + company + b"\\" + parts[1]] = {
-            "m_strName": cut_suffix(parts[0]), "m_strVersion": parts[1], "m_strVendor": company or b" ",
-            "m_strExtra1": b"", "m_strExtra2": b"", "m_nFlags": 128, "m_strDescription": parts[2].split(b"\n")[0]}
+        if ok and len(parts) >= 3:
+            company = parts[3] if len(parts) == 4 else out   # no third "^": the whole output
+            records[line + b"\\" + company + b"\\" + parts[1]] = ("CSoftwarePackageObject", 2, {
+                "m_strName": cut_suffix(parts[0]), "m_strVersion": parts[1], "m_strVendor": company or b" ",
+                "m_strExtra1": b"", "m_strExtra2": b"", "m_nFlags": 128, "m_strDescription": parts[2].split(b"\n")[0]})
     return records
 
 
-def read(reader, *args):
-    return json.loads(subprocess.run([sys.executable, reader, *args], check=True, stdout=subprocess.PIPE).stdout)
-
-
-def compare(what, decoded, expected, problems):
-    keys = [e["key"].encode("latin-1") for e in decoded["entries"]]
+def compare(what, decoded, expected):
+    text = lambda v: v.encode("latin-1") if isinstance(v, str) else v
+    keys = [text(e["key"]) for e in decoded["entries"]]
+    got = {k: (e["class"], e["schema"], {f: text(v) for f, v in e["fields"].items()}) for k, e in zip(keys, decoded["entries"])}
+    problems = ["%s %r: %r, expected %r" % (what, k, got[k], want) for k, want in sorted(expected.items())
+                if k in got and (got[k][:2] != want[:2] or any(got[k][2].get(f) != v for f, v in want[2].items()))]
     if keys != sorted(expected):
         problems.append("%s: %d keys, expected %d; missing %s; unexpected %s" % (
             what, len(keys), len(expected), sorted(set(expected) - set(keys))[:5], sorted(set(keys) - set(expected))[:5]))
-    for entry in decoded["entries"]:
-        want = expected.get(entry["key"].encode("latin-1"), {})
-        if want and (entry["class"], entry["schema"]) != ("CSoftwarePackageObject", 2):
-            problems.append("%s %r: class %s schema %s" % (what, entry["key"], entry["class"], entry["schema"]))
-        for field, value in want.items():
-            got = entry["fields"].get(field)
-            if (got.encode("latin-1") if isinstance(got, str) else got) != value:
-                problems.append("%s %r: %s is %r, expected %r" % (what, entry["key"], field, got, value))
+    return problems
 
 
 def main():
     reader, home = sys.argv[1], sys.argv[2]
-    if not (os.path.exists("/etc/debian_version") or os.path.exists("/etc/debian-release")) or any(
-            os.path.lexists(m) for m in MARKERS):
+    read = lambda *args: json.loads(subprocess.run([sys.executable, reader, *args], check=True, stdout=subprocess.PIPE).stdout)
+    if not any(map(os.path.exists, ("/etc/debian_version", "/etc/debian-release"))) or any(map(os.path.lexists, MARKERS)):
         return 77
-    expected, problems = expected_packages(), []
-    reply = read(reader, "reply", home + "reply.bin")
-    counts = [reply["software"][p]["count"] for p in ("add", "delete", "change", "empty")] + [
-        reply["packages"][p]["count"] for p in ("delete", "change")] + [read(reader, "map", home + "data/SWList.bin")["count"]]
-    if counts != [0] * 7 or (reply["software"]["full"], reply["packages"]["full"]) != (1, 1):
-        problems.append("other maps hold %s entries; full flags %s/%s" % (counts, reply["software"]["full"], reply["packages"]["full"]))
-    compare("reply package add map", reply["packages"]["add"], expected, problems)
-    compare("SWPackage.bin", read(reader, "map", home + "data/SWPackage.bin"), expected, problems)
+    expected, reply = expected_packages(), read("reply", home + "reply.bin")
+    software, packages = reply["software"], reply["packages"]
+    others = [software[p]["count"] for p in ("add", "delete", "change", "empty")] + [packages[p]["count"] for p in ("delete", "change")]
+    others += [read("map", home + "data/SWList.bin")["count"], software["full"], packages["full"]]
+    problems = [] if others == [0] * 7 + [1, 1] else ["other maps' entries and the full flags: %s, expected 7 x 0, 1, 1" % others]
+    problems += compare("reply package add map", packages["add"], expected)
+    problems += compare("SWPackage.bin", read("map", home + "data/SWPackage.bin"), expected)
     print("\n".join(problems[:40] + ["%d packages compared, %d problems" % (len(expected), len(problems))]))
     return 1 if problems else 0
 
