@@ -10,6 +10,8 @@
 
 namespace {
 
+using Ints = std::vector<long long>;   // answers of a call sequence, compared at once, evaluated in order
+
 int Inventory(const libhost::Exports& lib) {
     CNDKMessage reply;
     CExecuteInfo info(false, 0, nullptr);
@@ -20,37 +22,26 @@ TEST(Exports, LifeCycleOfTheComponentObject) {
     ASSERT_EQ(hostshim::SettingsConstructions(), 0);
     const libhost::Exports& lib = libhost::Library();
     EXPECT_EQ(hostshim::SettingsConstructions(), 1);
-    EXPECT_EQ(lib.Unload(0), 1);
-    EXPECT_FALSE(lib.IsLoaded());
+    EXPECT_EQ(Ints({lib.Unload(0), lib.IsLoaded()}), Ints({1, false}));
 
     CBaseComponentApp* app = lib.GetComponentApp();
     ASSERT_NE(app, nullptr);
-    EXPECT_TRUE(lib.IsLoaded());
     EXPECT_EQ(lib.GetComponentApp(), app);
-    EXPECT_EQ(app->GetID(), 4);
     EXPECT_STREQ(lib.GetName(-7), "Software Inventory");
     CCompMenuList menu;
-    EXPECT_EQ(lib.GetCommands(&menu), 0);
-    EXPECT_EQ(menu.GetCount(), 0);
     CStringArray files;
-    EXPECT_EQ(lib.GetClientFileList(files), 0);
-    EXPECT_EQ(files.GetSize(), 0);
-    EXPECT_EQ(lib.Install(0), 1);
-    EXPECT_EQ(lib.SetXState(false), 1);
+    EXPECT_EQ(Ints({lib.IsLoaded(), app->GetID(), lib.GetCommands(&menu), menu.GetCount(),
+                    lib.GetClientFileList(files), files.GetSize(), lib.Install(0), lib.SetXState(false)}),
+              Ints({true, 4, 0, 0, 0, 0, 1, 1}));
 
-    EXPECT_EQ(lib.Unload(0), 1);
-    EXPECT_EQ(lib.GetComponentApp(), nullptr);
-    EXPECT_TRUE(lib.IsLoaded());
-    EXPECT_EQ(lib.GetID(), 0);
-    EXPECT_EQ(lib.GetName(0), nullptr);
-    EXPECT_EQ(Inventory(lib), 0);
+    // Once unloaded nothing makes a new object, and every entry point answers "nothing".
     CInitInfo init(true);
-    EXPECT_EQ(lib.InitClient(&init), 0);
-    EXPECT_EQ(lib.Install(0), 0);
+    EXPECT_EQ(Ints({lib.Unload(0), lib.GetComponentApp() != nullptr, lib.IsLoaded(), lib.GetID(),
+                    lib.GetName(0) != nullptr, Inventory(lib), lib.InitClient(&init), lib.Install(0)}),
+              Ints({1, false, true, 0, false, 0, 0, 0}));
     lib.HaltExecution(true);
     lib.DeleteComponentApp();
-    EXPECT_EQ(lib.Unload(0), 1);
-    EXPECT_EQ(hostshim::SettingsConstructions(), 1);
+    EXPECT_EQ(Ints({lib.Unload(0), hostshim::SettingsConstructions()}), Ints({1, 1}));
 }
 
 TEST(Exports, CancelFlagLastsUntilTheNextInitClient) {
@@ -61,25 +52,16 @@ TEST(Exports, CancelFlagLastsUntilTheNextInitClient) {
     testutil::WriteFileText(home + "data/.Software_Inventory_Config", "Mode=0\n", 0600);   // no package manager
     const libhost::Exports& lib = libhost::Library();
     ASSERT_NE(lib.GetComponentApp(), nullptr);
-    CInitInfo init(true);
+    CInitInfo init(true), shutdown(false);
     init.m_strHomePath = home;
     ASSERT_EQ(lib.InitClient(&init), 1);
-    EXPECT_EQ(Inventory(lib), 3);
-
-    lib.HaltExecution(false);
-    EXPECT_EQ(Inventory(lib), 0);
-    EXPECT_EQ(Inventory(lib), 0);
-    ASSERT_EQ(lib.InitClient(&init), 1);
-    EXPECT_EQ(Inventory(lib), 3);
-
+    EXPECT_EQ(Ints({Inventory(lib), (lib.HaltExecution(false), Inventory(lib)), Inventory(lib),
+                    lib.InitClient(&init), Inventory(lib)}),
+              Ints({3, 0, 0, 1, 3}));
     CNDKMessage plain;   // a host that passes no execute record
-    EXPECT_EQ(lib.Execute(0, plain, nullptr), 3);
-    EXPECT_EQ(lib.Execute(65546, plain, nullptr), 3);
-    EXPECT_EQ(lib.InitClient(nullptr), 0);
-    lib.DataSent(plain);
-    CInitInfo shutdown(false);
-    EXPECT_EQ(lib.InitClient(&shutdown), 1);
-    EXPECT_EQ(lib.Unload(0), 1);
+    EXPECT_EQ(Ints({lib.Execute(0, plain, nullptr), lib.Execute(65546, plain, nullptr), lib.InitClient(nullptr),
+                    (lib.DataSent(plain), lib.InitClient(&shutdown)), lib.Unload(0)}),
+              Ints({3, 3, 0, 1, 1}));
 }
 
 TEST(Exports, ExecuteInfoCopiesTheRequest) {
@@ -88,8 +70,7 @@ TEST(Exports, ExecuteInfoCopiesTheRequest) {
     request.Add(std::string("path"));
     CExecuteInfo copied(false, 0, &request);
     request.Add(5);
-    EXPECT_EQ(copied.m_Message.GetNbElements(), 1);
-    EXPECT_EQ(copied.m_Message.GetId(), 12);
+    EXPECT_EQ(Ints({copied.m_Message.GetNbElements(), copied.m_Message.GetId()}), Ints({1, 12}));
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// The built libsoftware.so.0 for the tests, loaded once per process through the
-// shared host loader, so that tests drive the real shared object bound to the
-// host symbols of the test program itself.
+// The built libsoftware.so.0 for the tests, loaded once per process through the shared host loader
+// and never closed, so that tests drive the real shared object bound to the test program's host symbols.
 #pragma once
 
 #include "ComponentLibrary.h"
@@ -9,7 +8,10 @@ namespace libhost {
 
 using Exports = hostshim::ComponentExports;
 
-// Opened on first use and never closed; throws std::runtime_error when it cannot be loaded.
-const Exports& Library();
+// Throws std::runtime_error when the library cannot be loaded.
+inline const Exports& Library() {
+    static const auto* library = new hostshim::ComponentLibrary(ZEV_LIBSOFTWARE_PATH);
+    return library->exports();
+}
 
 }  // namespace libhost

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <string>
+#include <tuple>
 
 TEST(ComponentParts, FolderCodes) {
     const struct { int code; const char* folder; } cases[] = {
@@ -28,13 +29,9 @@ TEST(ComponentParts, MenuRecordCopiesCarryAux) {
     assigned = info;
     CCompMenuList list;
     list.Add(info);
-    for (const CCompMenuInfo& r : {CCompMenuInfo(info), assigned, list[0]}) {
-        EXPECT_EQ(r.m_nCommand, 10u);
-        EXPECT_EQ(r.m_strText, "Full inventory");
-        EXPECT_EQ(r.m_strAux, "aux");
-        EXPECT_EQ(r.m_wFlags, 0xBEEF);
-        EXPECT_EQ(r.m_dwData, 0xCAFEF00Du);
-    }
+    for (const CCompMenuInfo& r : {CCompMenuInfo(info), assigned, list[0]})
+        EXPECT_EQ(std::tie(r.m_nCommand, r.m_strText, r.m_strAux, r.m_wFlags, r.m_dwData),
+                  std::make_tuple(10u, std::string("Full inventory"), std::string("aux"), 0xBEEF, 0xCAFEF00Du));
 }
 
 TEST(ComponentParts, HostSettingsSingletonAndCommands) {
@@ -47,11 +44,8 @@ TEST(ComponentParts, HostSettingsSingletonAndCommands) {
     EXPECT_EQ(settings.getHomePath(), "/set/by/host/");
     hostshim::ResetHomePath();
     ::unsetenv("ZEV_HOME");
-    std::string out;
-    EXPECT_TRUE(GetSimpleCommand("printf 'one\\ntwo\\n\\nlast'", out));
-    EXPECT_EQ(out, "one\ntwo\n\nlast");
-    EXPECT_TRUE(GetSimpleCommand("head -c 200000 /dev/zero | tr '\\0' z", out));
-    EXPECT_EQ(out, std::string(200000, 'z'));
-    EXPECT_FALSE(GetSimpleCommand("echo partial; exit 3", out));
-    EXPECT_FALSE(GetSimpleCommand("kill -9 $$", out));
+    const auto run = [](const char* command) { std::string out; return GetSimpleCommand(command, out) ? out : "!"; };
+    EXPECT_EQ(run("printf 'one\\ntwo\\n\\nlast'"), "one\ntwo\n\nlast");
+    EXPECT_EQ(run("head -c 200000 /dev/zero | tr '\\0' z"), std::string(200000, 'z'));
+    EXPECT_EQ(run("echo partial; exit 3") + run("kill -9 $$"), "!!");   // "!": refused
 }

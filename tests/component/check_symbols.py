@@ -2,9 +2,7 @@
 """Checks the dynamic symbols of the built libsoftware.so.0: exactly the 16 entry
 points are defined; only the C and C++ runtime, zlib and the three host symbols
 stay undefined. Usage: check_symbols.py LIBRARY [--sanitized]."""
-import re
-import subprocess
-import sys
+import re, subprocess, sys
 
 ENTRY_POINTS = set("GetComponentApp DeleteComponentApp IsLoaded GetID GetName GetCommands Execute InitClient "
                    "SetConfig Unload GetClientFileList Install DataSent NeedsX SetXState HaltExecution".split())
@@ -15,34 +13,25 @@ RUNTIME = re.compile(r"@(GLIBC|GLIBCXX|CXXABI|GCC|ZLIB)_[0-9.]+$|^(__gmon_start_
 SANITIZER = re.compile(r"^_*(asan|ubsan|tsan|lsan|sanitizer)_")
 
 
+def run(*argv):
+    return subprocess.run(argv, check=True, capture_output=True, text=True).stdout
+
+
 def dynamic(which, path):
-    out = subprocess.run(["nm", "-D", which, path], check=True, capture_output=True, text=True).stdout
-    return {line.split()[-1] for line in out.splitlines() if line.strip()}
+    return {line.split()[-1] for line in run("nm", "-D", which, path).splitlines() if line.strip()}
 
 
-def sanitizer_runtime(library):
-    """The sanitizer runtimes' interceptors stand in for the C runtime, unversioned."""
-    ldd = subprocess.run(["ldd", library], check=True, capture_output=True, text=True).stdout
-    paths = re.findall(r"=>\s*(\S*lib(?:asan|tsan|ubsan|lsan)\S*)", ldd)
-    return {name.split("@")[0] for path in paths for name in dynamic("--defined-only", path)}
-
-
-def main(library, sanitized):
-    problems = []
-    defined = dynamic("--defined-only", library)
-    if defined != ENTRY_POINTS:
-        problems.append("exports: extra %s, missing %s" % (sorted(defined - ENTRY_POINTS), sorted(ENTRY_POINTS - defined)))
-    undefined = dynamic("--undefined-only", library)
-    runtime = sanitizer_runtime(library) if sanitized else set()
-    problems += ["unexpected undefined symbol " + name for name in sorted(undefined - HOST_SYMBOLS)
-                 if not RUNTIME.search(name) and not (sanitized and (SANITIZER.match(name) or name in runtime))]
-    problems += ["host symbol not referenced: " + name for name in sorted(HOST_SYMBOLS - undefined)]
-    readelf = subprocess.run(["readelf", "-d", library], check=True, capture_output=True, text=True).stdout
-    if "Library soname: [libsoftware.so.0]" not in readelf:
-        problems.append("soname is not libsoftware.so.0")
-    print("\n".join(problems))
-    return 1 if problems else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main(sys.argv[1], "--sanitized" in sys.argv[2:]))
+library, sanitized = sys.argv[1], "--sanitized" in sys.argv[2:]
+defined, undefined = dynamic("--defined-only", library), dynamic("--undefined-only", library)
+problems = [] if defined == ENTRY_POINTS else [
+    "exports: extra %s, missing %s" % (sorted(defined - ENTRY_POINTS), sorted(ENTRY_POINTS - defined))]
+# The sanitizer runtimes' interceptors stand in for the C runtime, unversioned.
+runtime = {name.split("@")[0] for path in re.findall(r"=>\s*(\S*lib(?:asan|tsan|ubsan|lsan)\S*)", run("ldd", library))
+           for name in dynamic("--defined-only", path)} if sanitized else set()
+problems += ["unexpected undefined symbol " + name for name in sorted(undefined - HOST_SYMBOLS)
+             if not RUNTIME.search(name) and not (sanitized and (SANITIZER.match(name) or name in runtime))]
+problems += ["host symbol not referenced: " + name for name in sorted(HOST_SYMBOLS - undefined)]
+if "Library soname: [libsoftware.so.0]" not in run("readelf", "-d", library):
+    problems.append("soname is not libsoftware.so.0")
+print("\n".join(problems))
+sys.exit(1 if problems else 0)

@@ -4,10 +4,10 @@
 # carry their own copy of the message, archive and inventory code, as a host does.
 
 # The built library opened once per process through the shared host loader; used by tests/softwarelist too.
-add_library(zev_libraryhost STATIC LibraryHost.cpp)
-target_include_directories(zev_libraryhost PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-target_compile_definitions(zev_libraryhost PRIVATE ZEV_LIBSOFTWARE_PATH="$<TARGET_FILE:software>")
-target_link_libraries(zev_libraryhost PUBLIC zev_hostshim zev_component_base)
+add_library(zev_libraryhost INTERFACE)
+target_include_directories(zev_libraryhost INTERFACE ${CMAKE_CURRENT_SOURCE_DIR})
+target_compile_definitions(zev_libraryhost INTERFACE ZEV_LIBSOFTWARE_PATH="$<TARGET_FILE:software>")
+target_link_libraries(zev_libraryhost INTERFACE zev_hostshim zev_component_base)
 add_dependencies(zev_libraryhost software)
 
 add_executable(test_component_exports ExportsTest.cpp)

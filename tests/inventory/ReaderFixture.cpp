@@ -1,21 +1,20 @@
-// inventory_reader_fixture LISTFILE JSONFILE: writes a list file of 1000 mixed records with
-// CInvMap::ToFile and the keys and fields a reader of the format must find in it (strings as latin-1).
+// inventory_reader_fixture LISTFILE PYTHON READER: writes a list file of 1000 mixed records with CInvMap::ToFile;
+// READER ("map") must decode it to the keys, classes, schemas and fields written (strings as latin-1).
 #include "inventory/InvMap.h"
 #include "inventory/SoftwareObject.h"
 #include "inventory/SoftwarePackageObject.h"
 
 #include <nlohmann/json.hpp>
 
-#include <fstream>
+#include <cstdio>
+#include <iostream>
 #include <string>
 
 // Each byte becomes the code point of the same value.
 static nlohmann::json J(const std::string& s) {
     std::string out;
-    for (unsigned char c : s) {
-        if (c >= 0x80) out += static_cast<char>(0xC0 | c >> 6), c = 0x80 | (c & 0x3F);
-        out += static_cast<char>(c);
-    }
+    for (unsigned char c : s)
+        out += c < 0x80 ? std::string(1, c) : std::string{char(0xC0 | c >> 6), char(0x80 | (c & 0x3F))};
     return out;
 }
 static nlohmann::json J(long long n) { return n; }
@@ -28,7 +27,7 @@ static std::string Text(int i) { return std::string(i * 13 % 301, static_cast<ch
 
 int main(int, char** argv) {
     CInvMap map;
-    nlohmann::json entries = nlohmann::json::array(), f;
+    nlohmann::json want, f;
     for (int i = 0; i < 1000; ++i, f = nlohmann::json()) {
         const bool pkg = i % 5 < 3;
         std::string key;
@@ -57,9 +56,19 @@ int main(int, char** argv) {
             r->m_nTransient = 1;   // never written
             map.SetAt(key = "file\xB7" + r->m_strInfo1, r);
         }
-        entries.push_back({{"key", J(key)}, {"class", pkg ? "CSoftwarePackageObject" : "CSoftwareObject"},
-                           {"schema", pkg ? 2 : 3}, {"fields", f}});
+        want[J(key).get<std::string>()] = {{"key", J(key)}, {"fields", f}, {"schema", pkg ? 2 : 3},
+                                           {"class", pkg ? "CSoftwarePackageObject" : "CSoftwareObject"}};
     }
-    std::ofstream(argv[2]) << entries.dump(1) << "\n";
-    return map.GetCount() == 1000 && map.ToFile(argv[1]) ? 0 : 1;
+    if (map.GetCount() != 1000 || !map.ToFile(argv[1])) return 1;
+    FILE* pipe = ::popen((std::string(argv[2]) + " '" + argv[3] + "' map '" + argv[1] + "'").c_str(), "r");
+    std::string out;
+    for (int c; pipe && (c = std::fgetc(pipe)) != EOF;) out += static_cast<char>(c);
+    const auto decoded = nlohmann::json::parse(out);   // ends the program on anything but JSON
+    nlohmann::json got;
+    for (const auto& e : decoded["entries"])
+        got[e["key"].get<std::string>()] = {{"key", e["key"]}, {"class", e["class"]}, {"schema", e["schema"]},
+                                            {"fields", e["fields"]}};
+    const auto diff = nlohmann::json::diff(want, got);   // entries missing, extra or decoded otherwise
+    std::cout << diff.size() << " differences " << (diff.empty() ? "" : diff[0].dump().substr(0, 300)) << "\n";
+    return ::pclose(pipe) == 0 && diff.empty() && decoded["entries"].size() == 1000 && decoded["count"] == 1000 ? 0 : 1;
 }

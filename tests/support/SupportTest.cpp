@@ -7,43 +7,28 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <regex>
-#include <string>
-#include <utility>
-#include <vector>
 
 using testutil::ReadFileText;
 using testutil::WriteFileText;
 using Items = std::vector<std::pair<std::string, std::string>>;
 
-namespace {
-unsigned ModeOf(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0xFFFF;
-}
-}  // namespace
+static unsigned ModeOf(const std::string& path) { return unsigned(std::filesystem::status(path).permissions()); }
 
 TEST(ConfigText, ParseLineAndItems) {
-    const struct { const char* piece; bool ok; const char* keyValue; } lines[] = {
-        {"a=1", true, "a|1"},           {"x=", true, "x|"},       {"x y=1", true, "x|y=1"},
-        {"Mode = 2", true, "Mode|= 2"}, {"cr=1\r", true, "cr|1\r"}, {"a==b", true, "a|=b"},
-        {"=x", false, ""},              {" a=1", false, ""},      {"x", false, ""}, {"", false, ""},
-    };
+    const struct { const char* piece; const char* keyValue; } lines[] = {   // "!": refused
+        {"a=1", "a|1"}, {"x=", "x|"}, {"x y=1", "x|y=1"}, {"Mode = 2", "Mode|= 2"}, {"cr=1\r", "cr|1\r"},
+        {"a==b", "a|=b"}, {"=x", "!|"}, {" a=1", "!|"}, {"x", "!|"}, {"", "!|"}};
     for (const auto& c : lines) {
         std::string key, value;
-        EXPECT_EQ(configtext::parseLine(c.piece, key, value), c.ok) << c.piece;
-        EXPECT_EQ(key + "|" + value, c.ok ? c.keyValue : "|") << c.piece;
+        EXPECT_EQ((configtext::parseLine(c.piece, key, value) ? "" : "!") + key + "|" + value, c.keyValue) << c.piece;
     }
     const std::vector<std::pair<std::string, Items>> items = {
-        {"Logging=\"1\"; Mode = \"2\"", {{"Logging", "1"}, {"Mode", "2"}}},
-        {"A=\"x y\" B = \"1=2\"", {{"A", "x y"}, {"B", "1=2"}}},
-        {" \t\n a=\"x;y=z\";;; ;\tb=\"\" ;", {{"a", "x;y=z"}, {"b", ""}}},
-        {"  a  =\" v \"", {{"a", " v "}}},
-        {"Mode=23\"", {{"Mode", "3"}}},
-        {"=\"v\" b=\"w\"", {{"b", "w"}}},
-        {"a=\"1\"; b=\"2", {{"a", "1"}}},
-        {"a=\"1", {}}, {"a=", {}}, {"a= \t ", {}}, {"a=\"", {}}, {"", {}},
-    };
+        {"Logging=\"1\"; Mode = \"2\"", {{"Logging", "1"}, {"Mode", "2"}}}, {"  a  =\" v \"", {{"a", " v "}}},
+        {"A=\"x y\" B = \"1=2\"", {{"A", "x y"}, {"B", "1=2"}}}, {"Mode=23\"", {{"Mode", "3"}}}, {"a=\"", {}},
+        {" \t\n a=\"x;y=z\";;; ;\tb=\"\" ;", {{"a", "x;y=z"}, {"b", ""}}}, {"=\"v\" b=\"w\"", {{"b", "w"}}}, {"", {}},
+        {"a=\"1\"; b=\"2", {{"a", "1"}}}, {"a=\"1", {}}, {"a=", {}}, {"a= \t ", {}}};
     for (const auto& c : items) EXPECT_EQ(configtext::parseItems(c.first), c.second) << c.first;
 }
 
@@ -52,12 +37,11 @@ TEST(Config, ReadRules) {
     const std::string path = dir.file("cfg"), v(797, 'v'), w(199, 'w');
     WriteFileText(path, "a=1\na=2\n=x\n b=1\nx=\np y=1\nMode = 2\nk=" + v + "z=" + w + "\nn=12abc\nlast=1");
     Config config(path.c_str());
-    const Items expected = {{"Mode", "= 2"}, {"a", "1"}, {"k", v}, {"last", "1"},
+    const Items expected = {{"Mode", "= 2"}, {"a", "1"},   {"k", v}, {"last", "1"},
                             {"n", "12abc"},  {"p", "y=1"}, {"x", ""}, {"z", w}};
-    EXPECT_EQ(config.getIntValue("n", 42), 12);
-    EXPECT_EQ(config.getIntValue("x", 42), 42);
-    EXPECT_EQ(config.getIntValue("absent", 42), 42);
-    EXPECT_EQ(Items(config.items().begin(), config.items().end()), expected);
+    EXPECT_EQ(std::vector<int>({config.getIntValue("n", 42), config.getIntValue("x", 42),
+                                config.getIntValue("absent", 42)}), std::vector<int>({12, 42, 42}));
+    EXPECT_EQ(Items(config.items().begin(), config.items().end()), expected);   // read on the first look-up
     config.setValue("a", "9");
     config.readConfigFile();
     EXPECT_EQ(config.getValue("a"), "9");
@@ -78,12 +62,11 @@ TEST(Config, WriteRules) {
     EXPECT_EQ(Config(old.c_str()).updateIntValue("Mode", 2), 0);
     EXPECT_EQ(ReadFileText(old), "Mode=2\n0\n");
     EXPECT_EQ(ModeOf(old), 0640u);
-    WriteFileText(tail, "Key=long value x=1\n");
+    WriteFileText(tail, "Key=long value x=1\n");   // rewritten in place without truncation: the tail stays
     Config(tail.c_str()).updateValue("Key", "v");
     EXPECT_EQ(ReadFileText(tail), "Key=v\nng value x=1\n");
     EXPECT_EQ(Config(tail.c_str()).getValue("ng"), "value x=1");
-    EXPECT_EQ(Config(dir.file("no/cfg").c_str()).updateValue("a", "1"), -1);
-    EXPECT_FALSE(testutil::FileExists(dir.file("no")));
+    EXPECT_TRUE(Config(dir.file("no/c").c_str()).updateValue("a", "1") == -1 && !testutil::FileExists(dir.file("no")));
 }
 
 TEST(ZEVLogger, LineFormatCutModeAndSilentFailure) {

@@ -12,15 +12,16 @@
 
 namespace {
 
+using Bytes = std::vector<unsigned char>;
+
 // An archived map holding one package record with a 300-byte description.
-std::vector<unsigned char> MapBytes() {
+Bytes MapBytes() {
     CInvMap map;
-    auto* record = new CSoftwarePackageObject;
-    record->m_strDescription = std::string(300, 'x');
-    map.SetAt("a", record);
+    map.SetAt("a", new CSoftwarePackageObject);
+    testutil::At<CSoftwarePackageObject>(map, "a")->m_strDescription = std::string(300, 'x');
     unsigned char* block = nullptr;
     const int length = map.ToMemory(&block);
-    std::vector<unsigned char> bytes(block, block + length);
+    const Bytes bytes(block, block + length);
     std::free(block);
     return bytes;
 }
@@ -30,7 +31,7 @@ CNDKMessage Reply(unsigned int lengthError) {
     CNDKMessage reply;
     reply.Add(std::string("host element"));
     reply.Add(std::string("01 Jan 2026 10:00:00"));
-    const auto map = MapBytes();
+    const Bytes map = MapBytes();
     for (int i = 0; i < 7; ++i) {
         reply.Add(static_cast<unsigned int>(map.size()) + (i == 6 ? lengthError : 0));
         reply.Add(map.data(), static_cast<unsigned int>(map.size()));
@@ -45,22 +46,21 @@ TEST(SwinvFiles, AmbiguousAndMalformedBytes) {
     EXPECT_EQ(swinv::DecodeFileBytes({0, 0}, "SWList.bin", 0)["kind"], "inventory map");
     EXPECT_EQ(swinv::DecodeFileBytes({0, 0}, "swsearch.bin", 0)["kind"], "search paths");
     testutil::TempDir dir;
-    auto bytes = MapBytes();
-    testutil::WriteFileBytes(dir.file("cut.bin"), std::vector<unsigned char>(bytes.begin(), bytes.end() - 40));
+    Bytes bytes = MapBytes(), cut(bytes.begin(), bytes.end() - 40);
     bytes.push_back(0x41);
-    testutil::WriteFileBytes(dir.file("trailing.bin"), bytes);
-    testutil::WriteFileText(dir.file("empty.bin"), "");
-    for (const char* name : {"cut.bin", "trailing.bin", "empty.bin"})
-        EXPECT_THROW(swinv::DecodeFile(dir.file(name), 0), swinv::SwinvError) << name;
+    for (const Bytes& bad : {cut, bytes, Bytes()}) {   // cut short, a byte too many, empty
+        testutil::WriteFileBytes(dir.file("bad.bin"), bad);
+        EXPECT_THROW(swinv::DecodeFile(dir.file("bad.bin"), 0), swinv::SwinvError) << bad.size();
+    }
 }
 
 TEST(SwinvReply, LayoutsTheComponentNeverSends) {
     CNDKMessage reply = Reply(0), wrongLength = Reply(1), tooShort;
     EXPECT_EQ(swinv::DecodeReply(reply, 1)["packages"]["deleted"][0]["description"], std::string(300, 'x'));
+    tooShort.Add(std::string("01 Jan 2026 10:00:00"));
     EXPECT_THROW(swinv::DecodeReply(reply, 0), swinv::ReplyFormatError);   // the host element is no scan time
     EXPECT_THROW(swinv::DecodeReply(wrongLength, 1), swinv::ReplyFormatError);
-    tooShort.Add(std::string("01 Jan 2026 10:00:00"));
     EXPECT_THROW(swinv::DecodeReply(tooShort, 0), swinv::ReplyFormatError);
-    reply.Add(7);
+    reply.Add(7);   // an element after the last map
     EXPECT_THROW(swinv::DecodeReply(reply, 1), swinv::ReplyFormatError);
 }
