@@ -8,33 +8,36 @@
 
 IMPLEMENT_PERSISTENT(CMapStringToOb, CObject, 0)
 
-using Cursor = IndexCursor<std::map<std::string, CObject*>>;
+using Cursor = IndexCursor<CMapStringToOb::Map>;
 
 CMapStringToOb::CMapStringToOb(int) {}
 
-bool CMapStringToOb::Lookup(const std::string& key, CObject*& rValue) const {
+bool CMapStringToOb::Lookup(std::string_view key, CObject*& rValue) const {
     const auto it = m_map.find(key);
     if (it == m_map.end()) return false;
     rValue = it->second;
     return true;
 }
 
-bool CMapStringToOb::LookupKey(const std::string& key, std::string& rKey) const {
+bool CMapStringToOb::LookupKey(std::string_view key, std::string& rKey) const {
     const auto it = m_map.find(key);
     if (it == m_map.end()) return false;
-    rKey = it->first;
+    rKey.assign(it->first.data(), it->first.size());
     return true;
 }
 
-CObject*& CMapStringToOb::operator[](const std::string& key) {
-    const auto res = m_map.emplace(key, nullptr);
-    if (res.second) Cursor::NoteInsert(m_map, res.first, m_iter, m_nIterIndex, m_bIterValid);
-    return res.first->second;
+CObject*& CMapStringToOb::operator[](std::string_view key) {
+    auto it = m_map.lower_bound(key);
+    if (it != m_map.end() && it->first == key) return it->second;
+    // The key copy takes the map's pool through the map's allocator.
+    it = m_map.emplace_hint(it, std::piecewise_construct, std::forward_as_tuple(key), std::forward_as_tuple(nullptr));
+    Cursor::NoteInsert(m_map, it, m_iter, m_nIterIndex, m_bIterValid);
+    return it->second;
 }
 
-void CMapStringToOb::SetAt(const std::string& key, CObject* newValue) { (*this)[key] = newValue; }
+void CMapStringToOb::SetAt(std::string_view key, CObject* newValue) { (*this)[key] = newValue; }
 
-bool CMapStringToOb::RemoveKey(const std::string& key) {
+bool CMapStringToOb::RemoveKey(std::string_view key) {
     const auto it = m_map.find(key);
     if (it == m_map.end()) return false;
     Cursor::NoteErase(m_map, it, m_iter, m_nIterIndex, m_bIterValid);
@@ -44,6 +47,7 @@ bool CMapStringToOb::RemoveKey(const std::string& key) {
 
 void CMapStringToOb::RemoveAll() {
     m_map.clear();
+    m_pool.release();   // an emptied map gives its memory back
     m_bIterValid = false;
 }
 
@@ -64,7 +68,7 @@ void CMapStringToOb::GetNextAssoc(POSITION& rNextPosition, std::string& rKey, CO
         rValue = nullptr;
         return;
     }
-    rKey = it->first;
+    rKey.assign(it->first.data(), it->first.size());
     rValue = it->second;
     if (rNextPosition) __builtin_prefetch(m_iter->first.data());
 }
@@ -73,7 +77,7 @@ bool CMapStringToOb::GetItemByPosition(int index, bool& bLast, std::string& rKey
     if (index < 0) return false;
     const auto it = Seek(static_cast<std::uint32_t>(index));
     if (it == m_map.end()) return false;
-    rKey = it->first;
+    rKey.assign(it->first.data(), it->first.size());
     rValue = it->second;
     bLast = std::next(it) == m_map.end();
     return true;

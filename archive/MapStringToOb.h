@@ -1,12 +1,15 @@
 // Ordered map from byte-string key to object pointer, iterated in ascending key
 // order through one built-in index cursor (a POSITION is its address). The map
-// does not own its objects; CInvMap derives from it and does.
+// does not own its objects; CInvMap derives from it and does. Nodes and key bytes
+// come from the map's own pool, so a pass over a large map streams through memory.
 #pragma once
 
 #include "ObList.h"
 
 #include <map>
+#include <memory_resource>
 #include <string>
+#include <string_view>
 
 class CMapStringToOb : public CObject {
     DECLARE_PERSISTENT(CMapStringToOb)
@@ -17,11 +20,11 @@ public:
     int GetCount() const { return static_cast<int>(m_map.size()); }
     bool IsEmpty() const { return m_map.empty(); }
 
-    bool Lookup(const std::string& key, CObject*& rValue) const;
-    bool LookupKey(const std::string& key, std::string& rKey) const;
-    CObject*& operator[](const std::string& key);   // inserts a null value for a new key
-    void SetAt(const std::string& key, CObject* newValue);
-    bool RemoveKey(const std::string& key);
+    bool Lookup(std::string_view key, CObject*& rValue) const;
+    bool LookupKey(std::string_view key, std::string& rKey) const;
+    CObject*& operator[](std::string_view key);   // inserts a null value for a new key
+    void SetAt(std::string_view key, CObject* newValue);
+    bool RemoveKey(std::string_view key);
     void RemoveAll();
 
     POSITION GetStartPosition();   // cursor := 0; null for an empty map
@@ -33,12 +36,22 @@ public:
 
     void Serialize(CArchive& ar) override;
 
+    // Byte-wise key order; transparent, so lookups need no key copy.
+    struct KeyLess {
+        using is_transparent = void;
+        bool operator()(std::string_view a, std::string_view b) const { return a < b; }
+    };
+    using Key = std::pmr::string;
+    using Map = std::pmr::map<Key, CObject*, KeyLess>;
+
 protected:
-    using Map = std::map<std::string, CObject*>;
     // Walks to entry `index`, reusing the remembered iterator when the map was not changed otherwise.
     Map::iterator Seek(std::uint32_t index);
 
-    Map m_map;
+    // Nodes of one size and keys of similar lengths share chunks, filled in insertion
+    // order (key order for scans and loaded lists). Declared before the map it serves.
+    std::pmr::unsynchronized_pool_resource m_pool;
+    Map m_map{&m_pool};
     std::uint32_t m_nCursor = 0;
 
 private:

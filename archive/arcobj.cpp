@@ -293,7 +293,7 @@ void CArchive::WriteCount(std::uint32_t dwCount) {
 
 std::uint32_t CArchive::ReadCount() { return wire::ReadCount(*this); }
 
-CArchive& CArchive::operator<<(const std::string& str) {
+CArchive& CArchive::operator<<(std::string_view str) {
     if (IsLoading()) ThrowFileException();
     if (str.size() > 0xFFFFFFFFull) ThrowFileException();   // no prefix can say so much
     unsigned char prefix[wire::kMaxStrLenBytes];

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <string_view>
 #include <vector>
 
 // Called when an archived string is shorter than its length prefix. The default
@@ -62,7 +63,7 @@ public:
     CArchive& operator>>(unsigned char& by);
     CArchive& operator>>(unsigned short& w);
     CArchive& operator>>(unsigned int& dw);
-    CArchive& operator<<(const std::string& str);
+    CArchive& operator<<(std::string_view str);
     // An empty stored string leaves `str` unchanged; bytes after a NUL are dropped.
     // Bytes missing from the data end the process through the "arcobj.cpp" assertion.
     CArchive& operator>>(std::string& str);

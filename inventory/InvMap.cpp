@@ -3,9 +3,6 @@
 // file, fsync, rename), so a crash leaves either the old or the new file.
 #include "InvMap.h"
 
-#include "SoftwareObject.h"
-#include "SoftwarePackageObject.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,7 +17,7 @@ IMPLEMENT_PERSISTENT(CInvMap, CMapStringToOb, 1)
 
 namespace {
 
-using EntryMap = std::map<std::string, CObject*>;
+using EntryMap = CMapStringToOb::Map;
 using Entry = EntryMap::value_type;
 
 // Walks two maps in ascending key order together and calls f(key, inA, inB), where
@@ -46,26 +43,6 @@ void WalkTogether(const EntryMap& a, const EntryMap* b, F&& f) {
             const Entry& eb = *ib++;
             f(ea.first, &ea, &eb);
         }
-    }
-}
-
-// Starts loading one entry's key and record text into the cache.
-void PrefetchEntry(const Entry& e) {
-    __builtin_prefetch(e.first.data());
-    const CObject* p = e.second;
-    if (!p) return;
-    const CRuntimeClass* cls = p->GetRuntimeClass();
-    if (cls == CLASS_RECORD(CSoftwarePackageObject)) {
-        const auto* r = static_cast<const CSoftwarePackageObject*>(p);
-        __builtin_prefetch(r->m_strName.data());
-        __builtin_prefetch(r->m_strVendor.data());
-        __builtin_prefetch(r->m_strDescription.data());
-    } else if (cls == CLASS_RECORD(CSoftwareObject)) {
-        const auto* r = static_cast<const CSoftwareObject*>(p);
-        __builtin_prefetch(r->m_strDescription.data());
-        __builtin_prefetch(r->m_strCompanyName.data());
-        __builtin_prefetch(r->m_strInfo1.data());
-        __builtin_prefetch(r->m_strPackage.data());
     }
 }
 
@@ -172,7 +149,7 @@ CObject* CInvMap::CopyRecord(CObject* pValue) {
     return pNew;
 }
 
-void CInvMap::SetAt(const std::string& key, CObject* newValue) {
+void CInvMap::SetAt(std::string_view key, CObject* newValue) {
     CObject* pOld = nullptr;
     const bool bHad = Lookup(key, pOld);
     CMapStringToOb::SetAt(key, newValue);
@@ -210,7 +187,7 @@ void CInvMap::ReplaceList(const CInvMap* pSource) {
 bool CInvMap::CopyOneSided(const CInvMap* pOther, CInvMap* pResult, bool bMine) {
     if (!pResult) return false;
     WalkTogether(m_map, pOther ? &pOther->m_map : nullptr,
-                 [&](const std::string& key, const Entry* pMine, const Entry* pTheirs) {
+                 [&](const Key& key, const Entry* pMine, const Entry* pTheirs) {
                      const Entry* pOnly = bMine ? (pTheirs ? nullptr : pMine) : (pMine ? nullptr : pTheirs);
                      if (pOnly)
                          if (CObject* pCopy = CopyRecord(pOnly->second)) pResult->SetAt(key, pCopy);
@@ -228,7 +205,7 @@ bool CInvMap::CreateChangeMap(const CInvMap* pOther, CInvMap* pResult) {
     if (!pResult) return false;
     const CRuntimeClass* pListClass = CLASS_RECORD(CListObject);
     WalkTogether(m_map, pOther ? &pOther->m_map : nullptr,
-                 [&](const std::string& key, const Entry* pMine, const Entry* pTheirs) {
+                 [&](const Key& key, const Entry* pMine, const Entry* pTheirs) {
                      if (!pMine || !pTheirs) return;
                      CObject* pCur = pMine->second;
                      CObject* pOld = pTheirs->second;
@@ -253,7 +230,7 @@ CInvMap& CInvMap::operator+=(CInvMap& other) {
         } else if (cmp > 0) {
             ++io;
         } else {
-            const std::string key = it->first;
+            const std::string key(it->first);
             ++it;
             ++io;
             RemoveItem(key);
@@ -265,7 +242,7 @@ CInvMap& CInvMap::operator+=(CInvMap& other) {
 
 void CInvMap::Serialize(CArchive& ar) {
     if (ar.IsStoring()) {
-        StoreEntries(ar);
+        CMapStringToOb::Serialize(ar);
         return;
     }
     CObject::Serialize(ar);
@@ -275,21 +252,6 @@ void CInvMap::Serialize(CArchive& ar) {
     for (std::uint32_t i = 0; i < nCount; ++i) {
         ar >> key;
         SetAt(key, ReadOwnedValue(ar));
-    }
-}
-
-void CInvMap::StoreEntries(CArchive& ar) {
-    CObject::Serialize(ar);
-    ar.WriteCount(static_cast<std::uint32_t>(m_map.size()));
-    // A second iterator runs ahead and starts loading the keys and records the
-    // loop will write: on large maps the loop waits on memory, not on the archive.
-    constexpr int kAhead = 6;
-    auto ahead = m_map.begin();
-    for (int i = 0; i < kAhead && ahead != m_map.end(); ++i, ++ahead) PrefetchEntry(*ahead);
-    for (const auto& entry : m_map) {
-        if (ahead != m_map.end()) PrefetchEntry(*ahead++);
-        ar << entry.first;
-        ar.WriteObject(entry.second);
     }
 }
 

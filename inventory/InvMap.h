@@ -18,7 +18,7 @@ public:
 
     // Owning SetAt: a record replaced by a different pointer is destroyed; the map
     // then owns `newValue`. (Hides the non-owning base version.)
-    void SetAt(const std::string& key, CObject* newValue);
+    void SetAt(std::string_view key, CObject* newValue);
 
     // Same bytes as CMapStringToOb; loading stores through the owning SetAt and
     // rejects (CFileException*) values a corrupt stream would make shared or foreign.
@@ -52,8 +52,6 @@ private:
     static void DestroyValue(CObject* pValue);
     // Fresh copy of a record through its class record; null for anything else.
     static CObject* CopyRecord(CObject* pValue);
-    // The storing half of Serialize: the bytes of CMapStringToOb::Serialize.
-    void StoreEntries(CArchive& ar);
     // Copies the records whose keys only this map (bMine) or only pOther holds.
     bool CopyOneSided(const CInvMap* pOther, CInvMap* pResult, bool bMine);
     // Serialize through an archive; an exception abandons the archive and gives false.
