@@ -237,7 +237,7 @@ void CArchive::Abort() {
     else
         delete m_pLoadArray;
     m_pStoreMap = nullptr;
-    m_storeIndex.clear();
+    m_storeIndex.Clear();
     m_loadKinds.clear();
 }
 
@@ -333,12 +333,12 @@ CArchive& CArchive::operator>>(std::string& str) {
 
 void CArchive::MapObject(const CObject* pOb) {
     if (IsStoring()) {
-        if (m_storeIndex.empty()) {
-            m_storeIndex.emplace(nullptr, 0);
+        if (m_storeIndex.Empty()) {
+            m_storeIndex.Set(nullptr, 0);
             m_mapCount = 1;
         }
         if (pOb) {
-            m_storeIndex[pOb] = m_mapCount++;
+            m_storeIndex.Set(pOb, m_mapCount++);
             CheckCount();
         }
     } else {
@@ -368,9 +368,8 @@ void CArchive::WriteObject(const CObject* pOb) {
         *this << static_cast<unsigned short>(wNullTag);
         return;
     }
-    const auto known = m_storeIndex.find(pOb);
-    if (known != m_storeIndex.end()) {
-        const std::uint32_t index = known->second;
+    if (const std::uint32_t* known = m_storeIndex.Find(pOb)) {
+        const std::uint32_t index = *known;
         if (index < wBigObjectTag) {
             *this << static_cast<unsigned short>(index);
         } else {
@@ -380,16 +379,15 @@ void CArchive::WriteObject(const CObject* pOb) {
         return;
     }
     WriteClass(pOb->GetRuntimeClass());
-    m_storeIndex[pOb] = m_mapCount++;
+    m_storeIndex.Set(pOb, m_mapCount++);
     CheckCount();
     const_cast<CObject*>(pOb)->Serialize(*this);
 }
 
 void CArchive::WriteClass(const CRuntimeClass* pClassRef) {
     MapObject(nullptr);
-    const auto known = m_storeIndex.find(pClassRef);
-    if (known != m_storeIndex.end()) {
-        const std::uint32_t index = known->second;
+    if (const std::uint32_t* known = m_storeIndex.Find(pClassRef)) {
+        const std::uint32_t index = *known;
         if (index < wBigObjectTag) {
             *this << static_cast<unsigned short>(wClassTag | index);
         } else {
@@ -400,7 +398,7 @@ void CArchive::WriteClass(const CRuntimeClass* pClassRef) {
     }
     *this << static_cast<unsigned short>(wNewClassTag);
     pClassRef->Store(*this);
-    m_storeIndex[pClassRef] = m_mapCount++;
+    m_storeIndex.Set(pClassRef, m_mapCount++);
     CheckCount();
 }
 

@@ -12,11 +12,11 @@
 #include "Object.h"
 #include "ObList.h"
 #include "PtrArray.h"
+#include "PtrIndex.h"
 #include "StringArray.h"
 
 #include <cstdint>
 #include <string>
-#include <unordered_map>
 #include <string_view>
 #include <vector>
 
@@ -142,7 +142,7 @@ private:
     unsigned int m_nLoadDepth = 0;              // objects being loaded inside each other
     // Storing: object or class -> index. Only lookups happen there, never an ordered
     // walk, and an ordered map cost a large map's pass a third of its time.
-    std::unordered_map<const void*, std::uint32_t> m_storeIndex;
+    PtrIndex m_storeIndex;
 };
 
 CArchive& operator<<(CArchive& ar, const CObject* pOb);

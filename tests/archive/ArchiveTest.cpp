@@ -382,3 +382,27 @@ TEST(Containers, MapWalksFollowTheCursorIndex) {
     map.SetAt("e", &item);
     EXPECT_EQ("bdef", walk(pos, false));
 }
+
+TEST(Containers, PtrIndexKeepsEveryAddressThroughCollisionsAndGrowth) {
+    // Densely packed small objects share lines, and objects at one offset of many pages
+    // share a slot within their page's run: both collide on purpose.
+    std::vector<std::uint64_t> dense(20000, 0);
+    std::vector<char> pages(4096u * 3000);
+    std::vector<const void*> keys{nullptr};
+    for (auto& d : dense) keys.push_back(&d);
+    for (std::size_t i = 0; i < pages.size(); i += 4096) keys.push_back(&pages[i]);
+    PtrIndex index;
+    EXPECT_TRUE(index.Empty());
+    EXPECT_EQ(nullptr, index.Find(nullptr));
+    for (std::uint32_t i = 0; i < keys.size(); ++i) index.Set(keys[i], i);
+    index.Set(keys[7], 7000000);   // overwrites, adds nothing
+    for (std::uint32_t i = 0; i < keys.size(); ++i) {
+        const std::uint32_t* found = index.Find(keys[i]);
+        ASSERT_NE(nullptr, found) << i;
+        EXPECT_EQ(i == 7 ? 7000000u : i, *found);
+    }
+    EXPECT_EQ(nullptr, index.Find(&pages[8]));
+    index.Clear();
+    EXPECT_TRUE(index.Empty());
+    EXPECT_EQ(nullptr, index.Find(keys[1]));
+}
