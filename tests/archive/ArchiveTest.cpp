@@ -2,6 +2,7 @@
 // input (truncation, bad indices, huge claims), and container and memory file rules.
 #include "archive/arcobj.h"
 #include "TestUtil.h"
+#include "TrackedObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -95,22 +96,10 @@ struct ThrowingAssert {
     ~ThrowingAssert() { SetArchiveAssertHandler(previous); }
 };
 
-// Loads create traceable objects, so every run can free what a failed load left behind:
-// the collections do not own their elements.
-std::set<CObject*> g_live;
-void DeleteLiveObjects() { for (CObject* ob : std::set<CObject*>(g_live)) delete ob; }
-template <class T>
-struct Tracked : T {
-    Tracked() { g_live.insert(this); }
-    ~Tracked() override { g_live.erase(this); }
-};
-template <class T>   // registered after the real record of the same name, so loads find this one
-CRuntimeClass Record(const char* name, unsigned schema = 0) {
-    return {name, int(sizeof(T)), schema, [] { return static_cast<CObject*>(new Tracked<T>); }, &CObject::classCObject};
-}
 class TrackedScope {
-    CRuntimeClass m_records[4] = {Record<CObList>("CObList"), Record<CStringArray>("CStringArray"),
-                                  Record<CMapStringToOb>("CMapStringToOb"), Record<CTestItem>("CTestItem", 1)};
+    CRuntimeClass m_records[4] = {TrackedRecord<CObList>("CObList"), TrackedRecord<CStringArray>("CStringArray"),
+                                  TrackedRecord<CMapStringToOb>("CMapStringToOb"),
+                                  TrackedRecord<CTestItem>("CTestItem", 1)};
 public:
     TrackedScope() { for (CRuntimeClass& c : m_records) AfxClassInit(&c); }
     ~TrackedScope() {
