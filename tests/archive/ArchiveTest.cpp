@@ -206,6 +206,44 @@ TEST(ArchiveFormat, StringArrayAndTheEmptyMapKeyRule) {
     EXPECT_TRUE(reuse.Lookup("", value));
 }
 
+TEST(ArchiveFormat, LineReadingBothOverloads) {
+    // ReadString(buffer, max): the lines read one after another, "|" between them; "(end)" when none is left.
+    const std::string long300(300, 'x');
+    const struct { std::string input; int max; std::string lines; } buffers[] = {
+        {"ab\ncd", 10, "ab|cd|(end)"},
+        {"ab\r\ncd\r\n", 10, "ab|cd|(end)"},
+        {"ab\rXcd", 10, "ab|cd|(end)"},             // the byte after CR is taken unseen
+        {"ab\ncd", -10, "ab\n|cd|(end)"},           // a negative maximum keeps the LF
+        {"ab\r\ncd", -10, "ab\n|cd|(end)"},
+        {"abcdef\n", 4, "abcd|ef|(end)"},
+        {"", 10, "(end)"}};
+    for (const auto& c : buffers) {
+        std::string lines;
+        LoadBytes(B(c.input), [&](CArchive& ar) {
+            char buffer[16];
+            for (int i = 0; i < 4 && lines.find("(end)") == std::string::npos; ++i)
+                lines += (i ? "|" : "") + std::string(ar.ReadString(buffer, c.max) ? buffer : "(end)");
+        });
+        EXPECT_EQ(c.lines, lines) << c.input << " max " << c.max;
+    }
+    // ReadString(string): 128-byte pieces up to a line feed; a final LF becomes a NUL and the length stays.
+    const std::string s128(128, 'y');
+    const struct { std::string input; std::vector<std::string> lines; } strings[] = {
+        {"line\nnext", {std::string("line\0", 5), "next"}},
+        {"a\r\nb", {std::string("a\0", 2), "b"}},
+        {"a\rXb", {"aX", "b"}},   // a piece ends at CR plus one byte, LF or not
+        {long300 + "\n", {long300 + '\0'}},
+        {s128 + "\n" + s128, {s128 + '\0', s128}},
+        {s128 + s128, {s128 + s128}}};
+    for (const auto& c : strings) {
+        std::vector<std::string> lines;
+        LoadBytes(B(c.input), [&](CArchive& ar) {
+            for (std::string line = "stale"; lines.size() < c.lines.size(); lines.push_back(line)) EXPECT_TRUE(ar.ReadString(line));
+        });
+        EXPECT_EQ(c.lines, lines) << c.input.substr(0, 20);
+    }
+}
+
 TEST(ArchiveRoundTrip, DiskAndMemoryFilesWithBothBufferSizes) {
     Graph g(true);
     testutil::TempDir dir;

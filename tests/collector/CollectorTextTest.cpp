@@ -32,7 +32,10 @@ TEST(CollectorText, PackageQueryAndOwnerOutput) {
 TEST(CollectorText, NameSuffixAndStartFolder) {
     const std::pair<std::string, std::string> names[] = {
         {"kernel-2.6.18", "kernel"}, {"libfoo2", "libfoo2"}, {"0123456789.-", "0123456789.-"}, {"", ""}, {"foo-bar-1.0", "foo-bar"},
-        {"python3.11", "python3.11"}, {"a-1b-2", "a-1b"}, {"lib-x", "lib-x"}, {"name-", "name"}, {"-9", "-9"}};
+        {"python3.11", "python3.11"}, {"a-1b-2", "a-1b"}, {"lib-x", "lib-x"}, {"name-", "name"}, {"-9", "-9"},
+        // A dash before the last letter is not a version cut: the cut starts after that letter.
+        {"lib32gcc-s1", "lib32gcc-s1"}, {"libgcc-s1", "libgcc-s1"}, {"a-b-c2-3", "a-b-c2"}, {"x-1-2", "x"},
+        {"perl-5.36-1", "perl"}, {"gcc-12-base", "gcc-12-base"}};
     for (const auto& [name, cut] : names) EXPECT_EQ(cut, CutNameSuffix(name)) << name;
     const std::pair<std::string, std::string> starts[] = {{"", "/"}, {"*", "/"}, {"/opt", "/opt/"}, {"/opt/", "/opt/"}, {"**", "**/"}};
     for (const auto& [start, folder] : starts) EXPECT_EQ(folder, WalkStartFolder(start)) << start;

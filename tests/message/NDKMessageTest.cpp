@@ -164,6 +164,24 @@ TEST(NDKMessage, PaddingLimitsAndOddities) {
     six.LimitSize(10);
     EXPECT_EQ(4, six.GetElements().GetSize());
 
+    // Pairs of messages that differ in one thing each; only the alike pairs compare equal, both ways.
+    using Build = std::function<void(CNDKMessage&)>;
+    const Build base = [](CNDKMessage& m) { m.SetId(7), m.Add(1), m.Add(std::string("a")); };
+    const Build block = [&](CNDKMessage& m) { base(m), m.Add("xy", 2); };   // hidden length 0, then the bytes
+    const struct { const char* what; Build a, b; bool equal; } pairs[] = {
+        {"alike", base, base, true},
+        {"alike with a block", block, block, true},
+        {"identifier", base, [&](CNDKMessage& m) { base(m), m.SetId(8); }, false},
+        {"element count", base, [&](CNDKMessage& m) { base(m), m.Add(2); }, false},
+        {"element type", base, [](CNDKMessage& m) { m.SetId(7), m.Add(1u), m.Add(std::string("a")); }, false},
+        {"element value", base, [](CNDKMessage& m) { m.SetId(7), m.Add(1), m.Add(std::string("b")); }, false},
+        {"hidden element", block, [&](CNDKMessage& m) { base(m), m.Add(0u), m.AddUnc("xy", 2); }, false}};
+    for (const auto& p : pairs) {
+        CNDKMessage a, b;
+        p.a(a), p.b(b);
+        EXPECT_TRUE((a == b) == p.equal && (b == a) == p.equal) << p.what;
+    }
+
     // A 64-bit element never compares equal, not even to itself.
     CNDKMessage copy(six);
     EXPECT_TRUE(copy == six);

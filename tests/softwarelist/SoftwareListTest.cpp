@@ -139,7 +139,10 @@ TEST(InventoryFlow, AddsDeletesAndChangesThenDataSentTheChangeFileAndSetConfig) 
     EXPECT_EQ(Record(first.pkAdd, "kernel-2.6.18\\Debian\\2.6.18"), "kernel|Debian|Kernel|128");
 
     EXPECT_FALSE(FileExists(session.Data("SWPackage.bin")));   // stored only once acknowledged
-    session.Ack();
+    session.Log();
+    session.Ack();   // both lists written, the software list first
+    EXPECT_EQ(session.Log(), (Strings{"Datasent called. Saving new list", "Writing to file [" + session.Data("SWList.bin") + "]",
+                                      "Writing to file [" + session.Data("SWPackage.bin") + "]"}));
     EXPECT_EQ(session.Stored("SWPackage.bin"), Keys(first.pkAdd));
 
     // Two runs without DataSent between them compare with the same baseline.

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <ctime>
 #include <filesystem>
 #include <regex>
 
@@ -15,6 +17,25 @@ using testutil::WriteFileText;
 using Items = std::vector<std::pair<std::string, std::string>>;
 
 static unsigned ModeOf(const std::string& path) { return unsigned(std::filesystem::status(path).permissions()); }
+
+// The clock the log writer reads: this executable's time() wins over the C library's, so a
+// test can pin it to a moment whose day, month and fields all differ; 0 means the real clock.
+static std::atomic<time_t> g_pinnedClock{0};
+extern "C" time_t time(time_t* out) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const time_t t = g_pinnedClock ? g_pinnedClock.load() : now.tv_sec;
+    if (out) *out = t;
+    return t;
+}
+
+// A local time as seconds since the epoch.
+static time_t LocalTime(int year, int month, int day, int hour, int minute, int second) {
+    struct tm t = {};
+    t.tm_year = year - 1900, t.tm_mon = month - 1, t.tm_mday = day;
+    t.tm_hour = hour, t.tm_min = minute, t.tm_sec = second, t.tm_isdst = -1;
+    return mktime(&t);
+}
 
 TEST(ConfigText, ParseLineAndItems) {
     const struct { const char* piece; const char* keyValue; } lines[] = {   // "!": refused
@@ -86,4 +107,26 @@ TEST(ZEVLogger, LineFormatCutModeAndSilentFailure) {
     EXPECT_EQ(ModeOf(appended), 0640u);
     CZEVLogger(dir.file("no/such/log")).log("lost");
     EXPECT_FALSE(testutil::FileExists(dir.file("no")));
+
+    // The stamp is the local time of the write: day, month, two-digit year, 24-hour clock.
+    const std::string clock = dir.file("clock.log");
+    const struct { time_t at; const char* stamp; } moments[] = {
+        {LocalTime(2026, 2, 3, 4, 5, 6), "03/02/26 04:05:06  "}, {LocalTime(2031, 12, 25, 21, 43, 59), "25/12/31 21:43:59  "}};
+    for (const auto& m : moments) {
+        g_pinnedClock = m.at;
+        CZEVLogger(clock).log("pinned");
+        g_pinnedClock = 0;
+        EXPECT_EQ(ReadFileText(clock), std::string(m.stamp) + "pinned\n");
+        std::remove(clock.c_str());
+    }
+    char stamps[2][32];
+    for (int i = 0; i < 2; ++i) {   // on the real clock: the time just before or just after the write
+        const time_t now = std::time(nullptr);
+        struct tm local = {};
+        localtime_r(&now, &local);
+        std::strftime(stamps[i], sizeof stamps[i], "%d/%m/%y %H:%M:%S  ", &local);
+        if (i == 0) CZEVLogger(clock).log("now");
+    }
+    const std::string line = ReadFileText(clock);
+    EXPECT_TRUE(line == stamps[0] + std::string("now\n") || line == stamps[1] + std::string("now\n")) << line;
 }
