@@ -113,6 +113,19 @@ class ConfigTest(SwinvCase):
         self.assertIn("Check Files: %s/sub/" % tree, Path(self.data + "Software.log").read_text())
 
 
+    def test_batch_query_one_call_the_same_inventory(self):
+        per_package = self.swinv_json("run")["packages"]["added"]
+        done = self.swinv("config", 'BatchQuery="1"')
+        self.assertNotIn("does not read", done.stderr)
+        settings = {item["key"]: item for item in self.swinv_json("status")["config"]["settings"]}
+        self.assertEqual((settings["BatchQuery"]["value"], settings["BatchQuery"]["from"]), ("1", "file"))
+        self.assertIn("once for all packages", settings["BatchQuery"]["meaning"])
+        os.remove(self.pm_log)
+        self.assertEqual(self.swinv_json("run")["packages"]["added"], per_package)
+        calls = [line for line in Path(self.pm_log).read_text().split("\n") if line.startswith(("dpkg-query", "rpm"))]
+        self.assertEqual((len(calls), calls[-1][-20:]), (2, "\x1e bash gcc-12 zlib1g"), calls)
+
+
 class ErrorTest(SwinvCase):
     def test_bad_arguments_exit_2_help_on_every_command_failures_exit_1(self):
         self.assert_error(["run", "--bogus"], 2, "--bogus", "swinv run --help")
