@@ -218,9 +218,7 @@ void CSoftwareCollector::RecordPackage(const std::string& strName, bool bAnswere
 bool CSoftwareCollector::ScanPackagesInBatch(const std::vector<std::string>& packages) {
     std::map<std::string, std::string> texts;
     std::string problem;
-    const BatchResult result = QueryBatch(packages, texts, problem);
-    if (result == BatchResult::kCancelled) return true;
-    if (result == BatchResult::kInDoubt) {
+    if (!QueryBatch(packages, texts, problem)) {
         if (m_pLogger) m_pLogger->log("Batch query not used: %s; querying each package", problem.c_str());
         return false;
     }
@@ -236,9 +234,8 @@ bool CSoftwareCollector::ScanPackagesInBatch(const std::vector<std::string>& pac
     return true;
 }
 
-CSoftwareCollector::BatchResult CSoftwareCollector::QueryBatch(const std::vector<std::string>& packages,
-                                                               std::map<std::string, std::string>& texts,
-                                                               std::string& problem) {
+bool CSoftwareCollector::QueryBatch(const std::vector<std::string>& packages, std::map<std::string, std::string>& texts,
+                                    std::string& problem) {
     const bool rpm = m_pszListCommand == kRpmList;
     std::vector<std::string> names;
     std::set<std::string> seen;
@@ -247,29 +244,29 @@ CSoftwareCollector::BatchResult CSoftwareCollector::QueryBatch(const std::vector
         const int length = snprintf(nullptr, 0, m_pszPackageQuery, package.c_str());
         if (!collectortext::IsPlainPackageName(package, rpm) || length < 0 || length >= 800) {
             problem = "the list line '" + package.substr(0, 60) + "' is not a plain package name";
-            return BatchResult::kInDoubt;
+            return false;
         }
         // Asked once: a name listed twice gets the same answer twice.
         if (seen.insert(package).second) names.push_back(package);
     }
 
     for (const std::vector<std::string>& group : collectortext::BatchGroups(m_pszBatchQuery, names, BatchLimit())) {
-        if (Cancelled()) return BatchResult::kCancelled;
+        if (Cancelled()) return true;   // a halt stays raised: the caller records nothing
         std::string command = m_pszBatchQuery;
         for (const std::string& name : group) command += ' ' + name;
         std::string output;
         if (!GetSimpleCommand(command.c_str(), output)) {
             problem = "the batch command failed";
-            return BatchResult::kInDoubt;
+            return false;
         }
         if (output.empty()) {
             problem = "the batch command printed nothing";
-            return BatchResult::kInDoubt;
+            return false;
         }
         if (!collectortext::SplitBatchOutput(output, std::set<std::string>(group.begin(), group.end()), texts, problem))
-            return BatchResult::kInDoubt;
+            return false;
     }
-    return BatchResult::kDone;
+    return true;
 }
 
 collectortext::ArgumentLimit CSoftwareCollector::BatchLimit() const {

@@ -76,8 +76,6 @@ public:
 private:
     struct ProductCheck;
 
-    enum class BatchResult { kDone, kCancelled, kInDoubt };
-
     bool Cancelled() const;
     void CheckProduct(const ProductCheck& product);
     // Files the record of one package from its query's answer (`bAnswered` false: the query
@@ -86,8 +84,9 @@ private:
                        collectortext::PackageFields& fields);
     // The listed packages through batch calls; false when the caller must query each package.
     bool ScanPackagesInBatch(const std::vector<std::string>& packages);
-    BatchResult QueryBatch(const std::vector<std::string>& packages, std::map<std::string, std::string>& texts,
-                           std::string& problem);
+    // Each listed name's answer text from batch calls; false, with the reason, when in doubt.
+    bool QueryBatch(const std::vector<std::string>& packages, std::map<std::string, std::string>& texts,
+                    std::string& problem);
     collectortext::ArgumentLimit BatchLimit() const;
 
     CBaseComponentApp* m_pApp;

@@ -516,20 +516,22 @@ TEST(Cancellation, WalkAndPackageScanStopProductsAreStillChecked) {
     }
     EXPECT_EQ((Strings{rig.dir.file("a/"), rig.dir.file("a/b/")}), rig.Log("Check Files: "));
 
-    // Batch queries: a halt during the first of two calls leaves the second unasked and no
-    // package recorded; the products are still checked.
-    app.ResetExecs();
+    // Batch queries: a halt during the one call, or during the first of two, records no package
+    // and asks nothing more; the products are still checked.
     rig.collector.SetBatchQuery(true);
-    rig.collector.SetBatchLimit({std::string(rig.collector.BatchQuery()).size() + 5, 1 << 20});
     hostshim::SetCommandObserver([&](const char* command) {
         if (std::string(command).find(" a b") != std::string::npos) app.HaltExecution(false);
     });
-    CInvMap packages;
-    rig.collector.SetPackageMap(&packages);
-    fake.ClearCalls();
-    EXPECT_TRUE(rig.collector.ScanPackages(&rig.software));
-    EXPECT_EQ(Strings{"\\\\\\\\"}, Keys(packages));
-    const std::string calls = fake.Calls();
-    EXPECT_EQ(1, std::count(calls.begin(), calls.end(), '\x1F')) << calls;
+    for (const size_t limit : {size_t(1) << 20, std::string(rig.collector.BatchQuery()).size() + 5}) {
+        app.ResetExecs();
+        rig.collector.SetBatchLimit({limit, 1 << 20});
+        CInvMap packages;
+        rig.collector.SetPackageMap(&packages);
+        fake.ClearCalls();
+        EXPECT_TRUE(rig.collector.ScanPackages(&rig.software));
+        EXPECT_EQ(Strings{"\\\\\\\\"}, Keys(packages)) << limit;
+        const std::string calls = fake.Calls();
+        EXPECT_EQ(3, std::count(calls.begin(), calls.end(), '\n')) << calls;   // the list (two lines) and one batch call
+    }
     g_pSoftwareListApp = nullptr;
 }

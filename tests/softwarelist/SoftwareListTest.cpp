@@ -261,7 +261,8 @@ TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
         std::remove(session.fake->file("delay").c_str());
         testutil::WriteFileText(session.fake->file("delay" + step), "2");
         std::thread halter([&session, step] {
-            while (!FileExists(session.fake->file("started" + step))) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            for (int i = 0; i < 2000 && !FileExists(session.fake->file("started" + step)); ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
             session.lib.HaltExecution(false);
         });
         reply = HostReply(5);
