@@ -67,6 +67,81 @@ bool SplitOwnerPackage(const std::string& output, std::string& first, std::strin
     return true;
 }
 
+bool IsPlainPackageName(const std::string& line, bool rpm) {
+    if (line.empty()) return false;
+    for (size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || (rpm && c >= 'A' && c <= 'Z')) continue;
+        if (i == 0 || c == '\0' || !std::strchr(rpm ? "+.-_~^" : "+.-", c)) return false;
+    }
+    return true;
+}
+
+namespace {
+
+// At most 60 bytes of a name for a log line.
+std::string Shown(const std::string& text) { return text.size() > 60 ? text.substr(0, 60) + "..." : text; }
+
+}  // namespace
+
+bool SplitBatchOutput(const std::string& output, const std::set<std::string>& asked,
+                      std::map<std::string, std::string>& texts, std::string& problem) {
+    std::set<std::string> finished;   // names whose records have been followed by another name's
+    const std::string* current = nullptr;
+    size_t pos = 0;
+    while (pos < output.size()) {
+        const size_t tagEnd = output.find(kBatchTagEnd, pos);
+        const size_t recordEnd = tagEnd == std::string::npos ? tagEnd : output.find(kBatchRecordEnd, tagEnd + 1);
+        if (recordEnd == std::string::npos) {
+            problem = "the output does not end with a whole record";
+            return false;
+        }
+        const std::string tag = output.substr(pos, tagEnd - pos);
+        if (tag.find(kBatchRecordEnd) != std::string::npos ||
+            output.find(kBatchTagEnd, tagEnd + 1) < recordEnd) {
+            problem = "a field holds a separator byte";
+            return false;
+        }
+        const auto name = asked.find(tag);
+        if (name == asked.end()) {
+            problem = "a record for '" + Shown(tag) + "', which was not asked for";
+            return false;
+        }
+        if (current != &*name) {
+            if (current) finished.insert(*current);
+            if (finished.count(tag)) {
+                problem = "the records of '" + Shown(tag) + "' are not together";
+                return false;
+            }
+            current = &*name;
+        }
+        texts[tag].append(output, tagEnd + 1, recordEnd - tagEnd - 1);
+        pos = recordEnd + 1;
+    }
+    return true;
+}
+
+std::vector<std::vector<std::string>> BatchGroups(const std::string& prefix, const std::vector<std::string>& names,
+                                                  const ArgumentLimit& limit) {
+    // The tool's own arguments besides the names (at most a few words of the prefix),
+    // counted generously with their pointers.
+    const size_t fixedExec = prefix.size() + 1 + 8 * sizeof(char*);
+    std::vector<std::vector<std::string>> groups;
+    size_t command = 0, exec = 0;
+    for (const std::string& name : names) {
+        const size_t more = name.size() + 1;
+        if (groups.empty() || command + more > limit.commandBytes || exec + more + sizeof(char*) > limit.execBytes) {
+            groups.emplace_back();
+            command = prefix.size() + 1;   // the NUL
+            exec = fixedExec;
+        }
+        groups.back().push_back(name);
+        command += more;
+        exec += more + sizeof(char*);
+    }
+    return groups;
+}
+
 bool MatchPattern(const char* name, const char* pattern) {
     if (!name || !pattern) return false;
     size_t j = 0;

@@ -4,7 +4,11 @@
 // feed these functions tables of cases.
 #pragma once
 
+#include <cstddef>
+#include <map>
+#include <set>
 #include <string>
+#include <vector>
 
 namespace collectortext {
 
@@ -37,6 +41,37 @@ std::string FirstLine(const std::string& text);
 // of an executable's record; false when the output holds no "^".
 bool SplitOwnerPackage(const std::string& output, std::string& first, std::string& second,
                        std::string& rest);
+
+// A batch package query answers for many names at once. Each of its records is a tag
+// (the list line it answers for), kBatchTagEnd, the text the per-package query prints
+// for that package, and kBatchRecordEnd. Neither byte may occur in a field.
+constexpr char kBatchTagEnd = '\x1F';
+constexpr char kBatchRecordEnd = '\x1E';
+
+// True when a list line can go into a batch call as it stands: one shell word that the
+// package manager takes as one exact package name (dpkg: [a-z0-9][a-z0-9+.-]*; rpm labels
+// also allow capitals, "_", "~" and "^", and no leading "-" or "~").
+bool IsPlainPackageName(const std::string& line, bool rpm);
+
+// Adds the records of one batch answer to `texts`, each name's record texts concatenated in
+// the order printed, which is what its own query prints. False, with `problem` saying why,
+// when the answer cannot be split without doubt: a separator byte inside a field, output
+// outside the record layout, a record for a name not in `asked`, or one name's records apart.
+bool SplitBatchOutput(const std::string& output, const std::set<std::string>& asked,
+                      std::map<std::string, std::string>& texts, std::string& problem);
+
+// What one exec may carry: the command line is handed to the shell as a single argument
+// (`commandBytes` includes its NUL); the tool then gets the names as arguments, each
+// costing its bytes, a NUL and a pointer, within `execBytes`.
+struct ArgumentLimit {
+    std::size_t commandBytes;
+    std::size_t execBytes;
+};
+
+// The names in order, grouped so that `prefix` followed by " name" for each name of a group
+// keeps within `limit`; a name that alone passes the limit still gets a group of its own.
+std::vector<std::vector<std::string>> BatchGroups(const std::string& prefix, const std::vector<std::string>& names,
+                                                  const ArgumentLimit& limit);
 
 // Wildcard match of one name against one pattern ("*" and "?"), without backtracking:
 // a star stops at the first name character equal to the pattern character after it.

@@ -1,21 +1,26 @@
 // The package scan: choosing dpkg or rpm, listing the installed packages, one
 // query per package into a package record, each package's "bin" files, and then
 // the fixed walks of the home and product folders with their product checks.
+// With batch queries on, one call answers for all packages and each package's
+// answer is cut out of it, so that the records come out as from its own query.
 #include "softwarecollector.h"
 
 #include "CollectorSettings.h"
-#include "CollectorText.h"
 #include "component/ComponentGlobals.h"
+#include "component/basecomponent.h"
 #include "inventory/InvMap.h"
 #include "inventory/SoftwareObject.h"
 #include "inventory/SoftwarePackageObject.h"
-#include "softwarelist/softwarelist.h"
 #include "support/ZEVLogger.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
-#include <vector>
+#include <cstring>
+#include <set>
+
+extern char** environ;
 
 namespace {
 
@@ -23,11 +28,14 @@ const char kRpmList[] = "rpm -qa";
 const char kRpmPackage[] = "rpm -q %s --queryformat '%%{NAME}^%%{VERSION}^%%{SUMMARY}^%%{VENDOR}'";
 const char kRpmOwner[] = "rpm -qf %s";
 const char kRpmFiles[] = "rpm -ql %s | grep bin";
+// The tag reproduces the labels of "rpm -qa"; the names follow as arguments.
+const char kRpmBatch[] = "rpm -q --queryformat '%{NVR}%{ARCHSUFFIX}\x1F%{NAME}^%{VERSION}^%{SUMMARY}^%{VENDOR}\x1E'";
 
 const char kDpkgList[] = "dpkg-query --show --showformat '${Package}\n'";
 const char kDpkgPackage[] = "dpkg-query --show --showformat '${Package}^${Version}^${Description}^${Origin}' %s";
 const char kDpkgOwner[] = "dpkg-query --show --showformat '${Filename}' %s";
 const char kDpkgFiles[] = "dpkg-query --listfiles %s | grep bin";
+const char kDpkgBatch[] = "dpkg-query --show --showformat '${Package}\x1F${Package}^${Version}^${Description}^${Origin}\x1E'";
 
 // Closes a popen stream on every way out.
 class Pipe {
@@ -72,6 +80,7 @@ void CSoftwareCollector::ConfigureForRpm() {
     m_pszPackageQuery = kRpmPackage;
     m_pszFileOwnerQuery = kRpmOwner;
     m_pszListFilesQuery = kRpmFiles;
+    m_pszBatchQuery = kRpmBatch;
 }
 
 void CSoftwareCollector::ConfigureForDpkg() {
@@ -79,6 +88,7 @@ void CSoftwareCollector::ConfigureForDpkg() {
     m_pszPackageQuery = kDpkgPackage;
     m_pszFileOwnerQuery = kDpkgOwner;
     m_pszListFilesQuery = kDpkgFiles;
+    m_pszBatchQuery = kDpkgBatch;
 }
 
 std::string CSoftwareCollector::Combine(const std::string& a, const std::string& b, const std::string& c) {
@@ -100,9 +110,11 @@ bool CSoftwareCollector::ScanPackages(CInvMap* pSoftwareMap) {
         }
     }
 
-    for (const std::string& package : packages) {
-        if (Cancelled()) break;
-        if (!processPackage(package, pSoftwareMap)) return false;
+    if (!m_bBatchQuery || !ScanPackagesInBatch(packages)) {
+        for (const std::string& package : packages) {
+            if (Cancelled()) break;
+            if (!processPackage(package, pSoftwareMap)) return false;
+        }
     }
 
     // The home and product folders are walked even after a cancellation.
@@ -137,40 +149,13 @@ bool CSoftwareCollector::ScanPackages(CInvMap* pSoftwareMap) {
 }
 
 bool CSoftwareCollector::processPackage(const std::string& strName, CInvMap* pSoftwareMap) {
-    std::string key = strName;
-    collectortext::PackageFields fields;
-
     char command[800];
     snprintf(command, sizeof command, m_pszPackageQuery, strName.c_str());
     std::string output;
-    if (GetSimpleCommand(command, output) && collectortext::ParsePackageQuery(output, fields)) {
-        // The key keeps an empty company; the record gets a blank instead.
-        key = collectortext::Combine(strName, fields.company, fields.version);
-        if (fields.company.empty()) fields.company = " ";
-        fields.summary = collectortext::FirstLine(fields.summary);
-
-        if (m_pPackageMap) {
-            if (m_pLogger) m_pLogger->log("Add to Log %s", strName.c_str());
-            CSoftwarePackageObject* pRecord = new CSoftwarePackageObject;
-            pRecord->m_nFlags = 128;
-            if (m_pLogger) m_pLogger->log("Post Package %s", strName.c_str());
-            pRecord->m_strName = collectortext::CutNameSuffix(fields.name);
-            pRecord->m_strVersion = fields.version;
-            pRecord->m_strVendor = fields.company;
-            pRecord->m_strDescription = fields.summary;
-            if (m_pLogger) m_pLogger->log("Call SetAt");
-            m_pPackageMap->SetAt(key, pRecord);
-            if (m_pLogger) {
-                m_pLogger->log("Package %s", strName.c_str());
-                m_pLogger->log("Version %s", fields.version.c_str());
-                m_pLogger->log("Company %s", fields.company.c_str());
-                m_pLogger->log("Summary %s", fields.summary.c_str());
-            }
-        }
-    } else {
-        // No record: whatever the query printed describes nothing.
-        fields = collectortext::PackageFields();
-    }
+    const bool bAnswered = GetSimpleCommand(command, output);
+    std::string key;
+    collectortext::PackageFields fields;
+    RecordPackage(strName, bAnswered, output, key, fields);
 
     snprintf(command, sizeof command, m_pszListFilesQuery, strName.c_str());
     Pipe files(command);
@@ -195,4 +180,107 @@ bool CSoftwareCollector::processPackage(const std::string& strName, CInvMap* pSo
         }
     }
     return true;
+}
+
+void CSoftwareCollector::RecordPackage(const std::string& strName, bool bAnswered, const std::string& output,
+                                       std::string& key, collectortext::PackageFields& fields) {
+    key = strName;
+    if (!bAnswered || !collectortext::ParsePackageQuery(output, fields)) {
+        // No record: whatever the query printed describes nothing.
+        fields = collectortext::PackageFields();
+        return;
+    }
+    // The key keeps an empty company; the record gets a blank instead.
+    key = collectortext::Combine(strName, fields.company, fields.version);
+    if (fields.company.empty()) fields.company = " ";
+    fields.summary = collectortext::FirstLine(fields.summary);
+    if (!m_pPackageMap) return;
+
+    if (m_pLogger) m_pLogger->log("Add to Log %s", strName.c_str());
+    CSoftwarePackageObject* pRecord = new CSoftwarePackageObject;
+    pRecord->m_nFlags = 128;
+    if (m_pLogger) m_pLogger->log("Post Package %s", strName.c_str());
+    pRecord->m_strName = collectortext::CutNameSuffix(fields.name);
+    pRecord->m_strVersion = fields.version;
+    pRecord->m_strVendor = fields.company;
+    pRecord->m_strDescription = fields.summary;
+    if (m_pLogger) m_pLogger->log("Call SetAt");
+    m_pPackageMap->SetAt(key, pRecord);
+    if (m_pLogger) {
+        m_pLogger->log("Package %s", strName.c_str());
+        m_pLogger->log("Version %s", fields.version.c_str());
+        m_pLogger->log("Company %s", fields.company.c_str());
+        m_pLogger->log("Summary %s", fields.summary.c_str());
+    }
+}
+
+bool CSoftwareCollector::ScanPackagesInBatch(const std::vector<std::string>& packages) {
+    std::map<std::string, std::string> texts;
+    std::string problem;
+    if (!QueryBatch(packages, texts, problem)) {
+        if (m_pLogger) m_pLogger->log("Batch query not used: %s; querying each package", problem.c_str());
+        return false;
+    }
+    // The per-package file lists are skipped: the record step of the file scan never
+    // returns a record, so they add no byte to any map.
+    std::string key;
+    collectortext::PackageFields fields;
+    for (const std::string& package : packages) {
+        if (Cancelled()) break;
+        const auto text = texts.find(package);
+        RecordPackage(package, text != texts.end(), text != texts.end() ? text->second : std::string(), key, fields);
+    }
+    return true;
+}
+
+bool CSoftwareCollector::QueryBatch(const std::vector<std::string>& packages, std::map<std::string, std::string>& texts,
+                                    std::string& problem) {
+    const bool rpm = m_pszListCommand == kRpmList;
+    std::vector<std::string> names;
+    std::set<std::string> seen;
+    for (const std::string& package : packages) {
+        // Each name must reach the package manager exactly as its own query passes it.
+        const int length = snprintf(nullptr, 0, m_pszPackageQuery, package.c_str());
+        if (!collectortext::IsPlainPackageName(package, rpm) || length < 0 || length >= 800) {
+            problem = "the list line '" + package.substr(0, 60) + "' is not a plain package name";
+            return false;
+        }
+        // Asked once: a name listed twice gets the same answer twice.
+        if (seen.insert(package).second) names.push_back(package);
+    }
+
+    for (const std::vector<std::string>& group : collectortext::BatchGroups(m_pszBatchQuery, names, BatchLimit())) {
+        if (Cancelled()) return true;   // a halt stays raised: the caller records nothing
+        std::string command = m_pszBatchQuery;
+        for (const std::string& name : group) command += ' ' + name;
+        std::string output;
+        if (!GetSimpleCommand(command.c_str(), output)) {
+            problem = "the batch command failed";
+            return false;
+        }
+        if (output.empty()) {
+            problem = "the batch command printed nothing";
+            return false;
+        }
+        if (!collectortext::SplitBatchOutput(output, std::set<std::string>(group.begin(), group.end()), texts, problem))
+            return false;
+    }
+    return true;
+}
+
+collectortext::ArgumentLimit CSoftwareCollector::BatchLimit() const {
+    if (m_batchLimit.commandBytes) return m_batchLimit;
+    // The shell gets the command line as one argument, which Linux caps at 32 pages; the
+    // tool's arguments share what exec allows with the environment. A margin is kept for
+    // a host that wraps the command.
+    const size_t margin = 4096;
+    const long page = sysconf(_SC_PAGESIZE);
+    const long argMax = sysconf(_SC_ARG_MAX);
+    size_t environment = 0;
+    for (char** entry = environ; entry && *entry; ++entry) environment += std::strlen(*entry) + 1 + sizeof(char*);
+    collectortext::ArgumentLimit limit;
+    limit.commandBytes = 32 * static_cast<size_t>(page > 0 ? page : 4096) - margin;
+    const size_t exec = argMax > 0 ? static_cast<size_t>(argMax) : 131072;
+    limit.execBytes = exec > environment + 2 * margin ? exec - environment - margin : margin;
+    return limit;
 }

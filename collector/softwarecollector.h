@@ -4,12 +4,16 @@
 // (collector/CollectorText.h) so that tables of cases test it without running anything.
 #pragma once
 
+#include "CollectorText.h"
+
 #include <sys/stat.h>
 
+#include <map>
 #include <string>
+#include <vector>
 
+class CBaseComponentApp;
 class CInvMap;
-class CSoftwareListApp;
 class CSoftwareObject;
 class CZEVLogger;
 
@@ -22,6 +26,10 @@ public:
 
     void SetLogger(CZEVLogger* pLogger) { m_pLogger = pLogger; }
     void SetPackageMap(CInvMap* pMap) { m_pPackageMap = pMap; }
+    // True: the package manager is asked once for all listed packages instead of once per package.
+    void SetBatchQuery(bool bBatch) { m_bBatchQuery = bBatch; }
+    // Replaces the system's argument limits for batch calls (tests use small ones).
+    void SetBatchLimit(const collectortext::ArgumentLimit& limit) { m_batchLimit = limit; }
 
     static bool ShouldUseDpkg();
     void ConfigureForPackageManager();
@@ -63,18 +71,32 @@ public:
     const char* PackageQuery() const { return m_pszPackageQuery; }
     const char* FileOwnerQuery() const { return m_pszFileOwnerQuery; }
     const char* ListFilesQuery() const { return m_pszListFilesQuery; }
+    const char* BatchQuery() const { return m_pszBatchQuery; }
 
 private:
     struct ProductCheck;
 
     bool Cancelled() const;
     void CheckProduct(const ProductCheck& product);
+    // Files the record of one package from its query's answer (`bAnswered` false: the query
+    // failed); `key` and `fields` come back for the package's file list.
+    void RecordPackage(const std::string& strName, bool bAnswered, const std::string& output, std::string& key,
+                       collectortext::PackageFields& fields);
+    // The listed packages through batch calls; false when the caller must query each package.
+    bool ScanPackagesInBatch(const std::vector<std::string>& packages);
+    // Each listed name's answer text from batch calls; false, with the reason, when in doubt.
+    bool QueryBatch(const std::vector<std::string>& packages, std::map<std::string, std::string>& texts,
+                    std::string& problem);
+    collectortext::ArgumentLimit BatchLimit() const;
 
-    CSoftwareListApp* m_pApp;
+    CBaseComponentApp* m_pApp;
     const char* m_pszListCommand;
     const char* m_pszPackageQuery;
     const char* m_pszFileOwnerQuery;
     const char* m_pszListFilesQuery;
+    const char* m_pszBatchQuery;
+    bool m_bBatchQuery = false;
+    collectortext::ArgumentLimit m_batchLimit{0, 0};   // 0: the system's
     std::string m_strCheckFiles;
     std::string m_strExcludeDirs;
     bool m_bWildcards = false;

@@ -3,7 +3,7 @@
 // cancel flag) links without the entry points.
 #include "ComponentGlobals.h"
 
-CSoftwareListApp* g_pSoftwareListApp = nullptr;
+CBaseComponentApp* g_pSoftwareListApp = nullptr;
 bool g_bLoaded = false;
 
-CSoftwareListApp* GetSoftwareListApp() { return g_pSoftwareListApp; }
+CBaseComponentApp* GetSoftwareListApp() { return g_pSoftwareListApp; }

@@ -1,11 +1,12 @@
 // Library globals of the component life cycle (one set per loaded library).
 #pragma once
 
-class CSoftwareListApp;
+class CBaseComponentApp;
 
-// The single component object; null at load and after DeleteComponentApp.
-extern CSoftwareListApp* g_pSoftwareListApp;
+// The single component object, held through its base so that the layers below the
+// component need not know its class; null at load and after DeleteComponentApp.
+extern CBaseComponentApp* g_pSoftwareListApp;
 // Set by the first GetComponentApp and never reset: a deleted component cannot be revived.
 extern bool g_bLoaded;
 
-CSoftwareListApp* GetSoftwareListApp();
+CBaseComponentApp* GetSoftwareListApp();

@@ -77,9 +77,8 @@ protected:
     std::atomic<bool> m_bExecuting;   // nothing here sets it; a derived component may
 };
 
-class CSoftwareListApp;
 // The single component object, or null; never creates it.
-CSoftwareListApp* GetSoftwareListApp();
+CBaseComponentApp* GetSoftwareListApp();
 
 extern "C" {
 ZEV_EXPORT CBaseComponentApp* GetComponentApp();

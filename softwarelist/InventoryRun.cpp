@@ -71,11 +71,14 @@ int CSoftwareListApp::EnumSoftware(CNDKMessage& reply, CExecuteInfo* info) {
 
     Config config(ConfigPath().c_str());
     const int nMode = config.getIntValue("Mode", 1);
+    // Only 1 asks the package manager once for all packages; anything else queries each one.
+    const bool bBatchQuery = config.getIntValue("BatchQuery", 0) == 1;
 
     std::unique_ptr<CInvMap> pNew(new CInvMap);
     std::unique_ptr<CInvMap> pPackages(new CInvMap);
     CSoftwareCollector collector;
     collector.SetPackageMap(pPackages.get());
+    collector.SetBatchQuery(bBatchQuery);
     if (m_pLogger) collector.SetLogger(m_pLogger);
 
     if (info && info->m_bFullRefresh) {

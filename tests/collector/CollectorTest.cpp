@@ -76,6 +76,33 @@ void Put(const std::string& path, const std::string& text = "") {
     testutil::WriteFileText(path, text, 0755);
 }
 
+const std::string kTag(1, collectortext::kBatchTagEnd), kEnd(1, collectortext::kBatchRecordEnd);
+
+// What one package scan leaves: the records, the package map's bytes, the log without time stamps.
+struct Scanned {
+    Strings records, log;
+    std::string bytes;
+};
+
+Scanned Scan(Rig& rig, bool batch) {
+    unlink(rig.dir.file("Software.log").c_str());
+    CInvMap packages;
+    rig.collector.SetPackageMap(&packages);
+    rig.collector.SetBatchQuery(batch);
+    EXPECT_TRUE(rig.collector.ScanPackages(&rig.software));
+    rig.collector.SetPackageMap(&rig.packages);
+    unsigned char* buffer = nullptr;
+    const int length = packages.ToMemory(&buffer);
+    Scanned scanned{Records(packages), rig.Log(), std::string(reinterpret_cast<char*>(buffer), std::max(length, 0))};
+    return std::free(buffer), scanned;
+}
+
+void ExpectSame(const Scanned& expected, const Scanned& got, const std::string& what) {
+    EXPECT_EQ(expected.records, got.records) << what;
+    EXPECT_EQ(expected.log, got.log) << what;
+    EXPECT_TRUE(expected.bytes == got.bytes) << what << ": the package maps' bytes differ";
+}
+
 }  // namespace
 
 TEST(PackageScan, CommandLinesAndOwnerQueriesOfBothPackageManagers) {
@@ -170,6 +197,87 @@ TEST(PackageScan, OddOutputsFailuresAndProductWalks) {
     EXPECT_EQ(Strings{"\\\\\\\\"}, Keys(packages));
 }
 
+TEST(BatchQuery, SameRecordsBytesAndLogAsOneQueryPerPackage) {
+    const std::tuple<bool, std::string, std::string> managers[] = {   // rpm, list call, batch call before the names
+        {false, "dpkg-query [--show] [--showformat] [${Package}\n]\n",
+         "dpkg-query [--show] [--showformat] [${Package}\x1F${Package}^${Version}^${Description}^${Origin}\x1E]"},
+        {true, "rpm [-qa]\n", "rpm [-q] [--queryformat] [%{NVR}%{ARCHSUFFIX}\x1F%{NAME}^%{VERSION}^%{SUMMARY}^%{VENDOR}\x1E]"}};
+    for (const auto& [rpm, list, calls] : managers) {
+        testutil::FakePackageManager fake;
+        fake.Set("list", "", "twice\nmulti\nghost\nlines\nnocompany\nonecaret\nkernel-2.6.18\nsilent\ntwice\n");
+        fake.Set("query", "twice", "twice^1^Listed twice^O");
+        // Two packages under one name (two architectures): its own query prints both back to back.
+        fake.Set("query", "multi", "multi^1^First^Omulti^1^Second^O");
+        fake.SetBatch("multi", "multi" + kTag + "multi^1^First^O" + kEnd + "multi" + kTag + "multi^1^Second^O" + kEnd);
+        fake.Set("query", "ghost", "ghost^^^");   // known, not installed
+        fake.Set("query", "lines", "lines^2^First line\n second line\n .\n third^Debian");
+        fake.Set("query", "nocompany", "nocompany^1^S^");
+        fake.Set("query", "onecaret", "onecaret^only");
+        fake.Set("query", "kernel-2.6.18", "kernel-2.6.18^2.6.18^K^X");
+        fake.Set("query", "silent", "");
+        Rig rig(rpm);
+        const Scanned one = Scan(rig, false);
+        EXPECT_EQ((Strings{"ghost\\\\: ghost| |||128", "kernel-2.6.18\\X\\2.6.18: kernel|X|K|2.6.18|128",
+                           "lines\\Debian\\2: lines|Debian|First line|2|128", "multi\\Omulti^1^Second^O\\1: multi|Omulti^1^Second^O|First|1|128",
+                           "nocompany\\\\1: nocompany| |S|1|128", "twice\\O\\1: twice|O|Listed twice|1|128"}),
+                  one.records);
+
+        // One batch call names each package once; no file lists are read.
+        fake.ClearCalls();
+        ExpectSame(one, Scan(rig, true), rpm ? "rpm" : "dpkg");
+        EXPECT_EQ(list + calls + " [twice] [multi] [ghost] [lines] [nocompany] [onecaret] [kernel-2.6.18] [silent]\n", fake.Calls());
+
+        // At most 30 bytes of names per command line: three calls, the same again.
+        const size_t limit = std::string(rig.collector.BatchQuery()).size() + 1 + 30;
+        rig.collector.SetBatchLimit({limit, 1 << 20});
+        fake.ClearCalls();
+        rig.commands.clear();
+        ExpectSame(one, Scan(rig, true), "three calls");
+        EXPECT_EQ(list + calls + " [twice] [multi] [ghost] [lines]\n" + calls + " [nocompany] [onecaret]\n" + calls + " [kernel-2.6.18] [silent]\n",
+                  fake.Calls());
+        for (const std::string& command : rig.commands) EXPECT_LT(command.size(), limit) << command;
+    }
+}
+
+TEST(BatchQuery, FallsBackToOneQueryPerPackageWithOneLogLine) {
+    struct Case {
+        std::string list;
+        std::vector<std::pair<std::string, std::string>> queries, batches;
+        std::string reason;
+    };
+    const std::string longName(790, 'x');
+    const Case cases[] = {
+        {"sep\n", {{"sep", "sep^1^x" + kTag + "y^O"}}, {}, "a field holds a separator byte"},
+        {"term\nz\n", {{"term", "term^1^x" + kEnd + "y^O"}, {"z", "z^1^^"}}, {}, "a field holds a separator byte"},
+        {"b\n", {{"b", "b^1^^"}}, {{"b", "other" + kTag + "other^1^^" + kEnd}}, "a record for 'other', which was not asked for"},
+        {"b\n", {{"b", "b^1^^"}}, {{"a", "a" + kTag + "a^1^A^O" + kEnd + "b" + kTag + "b^2^^" + kEnd + "a" + kTag + kEnd}},
+         "the records of 'a' are not together"},
+        {"unknown\n", {}, {}, "the batch command failed"},
+        {"b\n", {{"b", "b^1^^"}}, {{"a", ""}, {"b", ""}}, "the batch command printed nothing"},
+        {"two words\n", {{"two", "two^1^^"}}, {}, "the list line 'two words' is not a plain package name"},
+        {"\n", {}, {}, "the list line '' is not a plain package name"},
+        {longName + "\n", {}, {}, "the list line '" + longName.substr(0, 60) + "' is not a plain package name"}};
+    for (const Case& c : cases) {
+        testutil::FakePackageManager fake;
+        fake.Set("list", "", "a\n" + c.list);
+        fake.Set("query", "a", "a^1^A^O");
+        for (const auto& [name, text] : c.queries) fake.Set("query", name, text);
+        for (const auto& [name, text] : c.batches) fake.SetBatch(name, text);
+        Rig rig;
+        Scanned one = Scan(rig, false);
+        const std::string perPackage = fake.Calls().substr(fake.Calls().find('\n') + 1);
+        fake.ClearCalls();
+        Scanned batch = Scan(rig, true);
+        ASSERT_FALSE(batch.log.empty());
+        EXPECT_EQ("Batch query not used: " + c.reason + "; querying each package", batch.log.front());
+        batch.log.erase(batch.log.begin());
+        ExpectSame(one, batch, c.reason);
+        // Each package is queried on its own after the batch attempt, its file list too.
+        const std::string calls = fake.Calls();
+        EXPECT_EQ(perPackage, calls.substr(calls.size() - std::min(calls.size(), perPackage.size()))) << c.reason;
+    }
+}
+
 TEST(ProductChecks, RecordsKeysAndVersionFiles) {
     testutil::TempDir scratch;
     testutil::FakePackageManager fake;
@@ -224,23 +332,26 @@ TEST(ProductChecks, RecordsKeysAndVersionFiles) {
     }));
 }
 
-TEST(RealPackageDb, HiddenDebianMarkerSelectsRpmAndItsPackages) {
+TEST(RealPackageDb, HiddenDebianMarkerSelectsRpmAndItsPackagesBatchQueryGivesTheSame) {
     testutil::TempDir top;
     for (const char* sub : {"SPECS", "db", "home", "etc"}) testutil::MakeDirs(top.file(sub));
-    const std::tuple<std::string, std::string, std::string, std::string> recipes[] = {   // name, version, summary, vendor line
-        {"zevkit-1.5", "3.0", "Kit with a numbered name", "Vendor: Other Vendor\n"},
-        {"zevtest-novendor", "0.9", "Package without a vendor", ""}};
+    const std::tuple<std::string, std::string, std::string, std::string, std::string> recipes[] = {   // name, version, summary, vendor line, arch
+        {"zevkit-1.5", "3.0", "Kit with a numbered name", "Vendor: Other Vendor\n", "noarch"},
+        {"zevtest-novendor", "0.9", "Package without a vendor", "", "noarch"},
+        {"zevmulti", "1.1", "One name, two architectures", "", "x86_64"}, {"zevmulti", "1.1", "One name, two architectures", "", "i686"}};
     std::string rpms;
-    for (const auto& [name, version, summary, vendor] : recipes) {
+    for (const auto& [name, version, summary, vendor, arch] : recipes) {
         const std::string recipe = top.file("SPECS/" + name + ".spec");
-        testutil::WriteFileText(recipe, "Name: " + name + "\nVersion: " + version + "\nRelease: 1\nSummary: " + summary +
-                                            "\nLicense: MIT\nBuildArch: noarch\n" + vendor + "%description\nFirst line.\nSecond line.\n%files\n");
-        ASSERT_EQ(0, std::system(("rpmbuild --quiet --define '_topdir " + top.path() + "' -bb '" + recipe + "' >/dev/null 2>&1").c_str()))
-            << "rpmbuild " << name;
-        rpms += " '" + top.file("RPMS/noarch/") + name + "-" + version + "-1.noarch.rpm'";
+        testutil::WriteFileText(recipe, "Name: " + name + "\nVersion: " + version + "\nRelease: 1\nSummary: " + summary + "\nLicense: MIT\n" +
+                                            (arch == "noarch" ? "BuildArch: noarch\n" : "") + vendor +
+                                            "%description\nFirst line.\nSecond line.\n%files\n");
+        ASSERT_EQ(0, std::system(("rpmbuild --quiet --define '_topdir " + top.path() + "' --target " + arch + " -bb '" + recipe +
+                                  "' >/dev/null 2>&1").c_str()))
+            << "rpmbuild " << name << " " << arch;
+        rpms += " '" + top.file("RPMS/" + arch + "/") + name + "-" + version + "-1." + arch + ".rpm'";
     }
     const std::string db = top.file("db");
-    ASSERT_EQ(0, std::system(("rpm --dbpath '" + db + "' --initdb && rpm --dbpath '" + db + "' --nodeps --justdb -i" + rpms +
+    ASSERT_EQ(0, std::system(("rpm --dbpath '" + db + "' --initdb && rpm --dbpath '" + db + "' --nodeps --justdb --ignorearch -i" + rpms +
                               " >/dev/null 2>&1").c_str()));
     testutil::WriteFileText(top.file("home/.rpmmacros"), "%_dbpath " + db + "\n");   // found through $HOME
     hostshim::SetHomePath(top.file("home/"));   // no product marker there
@@ -254,13 +365,68 @@ TEST(RealPackageDb, HiddenDebianMarkerSelectsRpmAndItsPackages) {
         CSoftwareCollector collector;
         collector.SetPackageMap(&packages);
         ASSERT_TRUE(collector.ScanPackages(&software));
+        const std::string multi = ": zevmulti|(none)|One name, two architectures|1.1|128";
         EXPECT_EQ((Strings{"zevkit-1.5-3.0-1.noarch\\Other Vendor\\3.0: zevkit|Other Vendor|Kit with a numbered name|3.0|128",
+                           "zevmulti-1.1-1.i686\\(none)\\1.1" + multi, "zevmulti-1.1-1.x86_64\\(none)\\1.1" + multi,
                            "zevtest-novendor-0.9-1.noarch\\(none)\\0.9: zevtest-novendor|(none)|Package without a vendor|0.9|128"}),
                   Records(packages));
+
+        // The batch query's tags match the list's labels: one call, the same records, bytes and log.
+        Rig rig(true);
+        const Scanned one = Scan(rig, false);
+        rig.commands.clear();
+        ExpectSame(one, Scan(rig, true), "rpm");
+        EXPECT_EQ(1u, rig.commands.size());
         testutil::WriteFileText("/etc/debian-release", "");   // the second marker counts alone
         EXPECT_TRUE(CSoftwareCollector::ShouldUseDpkg());
     }));
     hostshim::SetHomePath("");
+}
+
+// The real dpkg-query on a database written here: a name of two architectures, packages known
+// but not installed, a removed one with its configuration left, multi-line descriptions.
+TEST(RealPackageDb, WrittenDpkgDatabaseBatchQueryGivesTheSame) {
+    if (access("/usr/bin/dpkg-query", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/dpkg-query";
+    testutil::TempDir top;
+    testutil::MakeDirs(top.file("admin/info"));
+    testutil::MakeDirs(top.file("admin/updates"));
+    testutil::MakeDirs(top.file("bin"));
+    testutil::WriteFileText(top.file("admin/available"), "");
+    testutil::WriteFileText(top.file("bin/dpkg-query"), "#!/bin/sh\nexec /usr/bin/dpkg-query --admindir='" + top.file("admin") + "' \"$@\" 2>/dev/null\n", 0755);
+    const std::string stanza = "Status: install ok installed\nMaintainer: M <m@example.org>\n";
+    auto status = [&](const std::string& extra) {
+        testutil::WriteFileText(top.file("admin/status"),
+            "Package: libzev1\n" + stanza + "Architecture: amd64\nMulti-Arch: same\nVersion: 1.0-1\nDescription: library\n more\n .\n end\n\n"
+            "Package: libzev1\n" + stanza + "Architecture: i386\nMulti-Arch: same\nVersion: 1.0-1\nDescription: library (i386)\n\n"
+            "Package: ghost\nStatus: purge ok not-installed\nArchitecture: amd64\n\n"
+            "Package: removed\nStatus: deinstall ok config-files\nMaintainer: M <m@example.org>\nArchitecture: amd64\nVersion: 2\n"
+            "Description: gone, configuration kept\n\n"
+            "Package: tool\n" + stanza + "Architecture: all\nVersion: 3\nOrigin: Debian\nDescription: a ^ in it\n\n"
+            "Package: tool2\n" + stanza + "Architecture: amd64\nVersion: 1\nDescription: tool two\n\n"
+            "Package: tool2\nStatus: purge ok not-installed\nArchitecture: i386\n\n" + extra);
+    };
+    status("");
+    const std::string oldPath = std::getenv("PATH");
+    setenv("PATH", (top.file("bin") + ":" + oldPath).c_str(), 1);
+    Rig rig;
+    const Scanned one = Scan(rig, false);
+    // libzev1 is listed once per architecture; tool2's query prints its not-installed i386 record too.
+    EXPECT_EQ((Strings{"libzev1\\libzev1^1.0-1^library (i386)^\\1.0-1: libzev1|libzev1^1.0-1^library (i386)^|library|1.0-1|128",
+                       "removed\\\\2: removed| |gone, configuration kept|2|128", "tool2\\tool2^^^\\1: tool2|tool2^^^|tool two|1|128",
+                       "tool\\ in it^Debian\\3: tool| in it^Debian|a |3|128"}),
+              one.records);
+    rig.commands.clear();
+    ExpectSame(one, Scan(rig, true), "dpkg");
+    EXPECT_EQ(1u, rig.commands.size());
+
+    // A separator byte in a description: one line in the log, then the same as one query per package.
+    status("Package: odd\n" + stanza + "Architecture: all\nVersion: 1\nDescription: odd\x1F" "byte\n");
+    const Scanned oneMore = Scan(rig, false);
+    Scanned batch = Scan(rig, true);
+    EXPECT_EQ("Batch query not used: a field holds a separator byte; querying each package", batch.log.at(0));
+    batch.log.erase(batch.log.begin());
+    ExpectSame(oneMore, batch, "dpkg, separator byte");
+    setenv("PATH", oldPath.c_str(), 1);
 }
 
 TEST(FileWalk, WhichFilesCountAsPrograms) {
@@ -349,5 +515,23 @@ TEST(Cancellation, WalkAndPackageScanStopProductsAreStillChecked) {
         EXPECT_FALSE(rig.collector.GetFiles(checkFiles, start, exclude, &rig.software, false, 0, 0));
     }
     EXPECT_EQ((Strings{rig.dir.file("a/"), rig.dir.file("a/b/")}), rig.Log("Check Files: "));
+
+    // Batch queries: a halt during the one call, or during the first of two, records no package
+    // and asks nothing more; the products are still checked.
+    rig.collector.SetBatchQuery(true);
+    hostshim::SetCommandObserver([&](const char* command) {
+        if (std::string(command).find(" a b") != std::string::npos) app.HaltExecution(false);
+    });
+    for (const size_t limit : {size_t(1) << 20, std::string(rig.collector.BatchQuery()).size() + 5}) {
+        app.ResetExecs();
+        rig.collector.SetBatchLimit({limit, 1 << 20});
+        CInvMap packages;
+        rig.collector.SetPackageMap(&packages);
+        fake.ClearCalls();
+        EXPECT_TRUE(rig.collector.ScanPackages(&rig.software));
+        EXPECT_EQ(Strings{"\\\\\\\\"}, Keys(packages)) << limit;
+        const std::string calls = fake.Calls();
+        EXPECT_EQ(3, std::count(calls.begin(), calls.end(), '\n')) << calls;   // the list (two lines) and one batch call
+    }
     g_pSoftwareListApp = nullptr;
 }

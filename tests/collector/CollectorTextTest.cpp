@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <set>
 #include <tuple>
 
 using namespace collectortext;
@@ -67,4 +69,61 @@ TEST(CollectorText, PatternsListsAndExcludedPrograms) {
         {"/lib/x86_64/lib.so.6", false}, {"/usr/lib/x.so", false}, {"/usr/bin/x.socket", true}, {"/usr/lib/a.sol/b.so", true},
         {"/opt/app/plugins/tool", false}, {"/opt/app/plugins", true}, {"/usr/bin/bash", true}, {".so", false}};
     for (const auto& [path, allowed] : programs) EXPECT_EQ(allowed, TestForExcludedExes(path)) << path;
+}
+
+TEST(CollectorText, BatchNamesOutputAndGroups) {
+    const std::tuple<std::string, bool, bool> names[] = {   // line, plain for dpkg, plain for rpm
+        {"libc6", true, true}, {"g++-12", true, true}, {"libstdc++6.0", true, true}, {"0ad", true, true},
+        {"bash-5.1-6.el9.x86_64", false, true}, {"Foo", false, true}, {"foo_1.0~rc1^git2", false, true}, {"", false, false},
+        {"-qa", false, false}, {"~home", false, false}, {"two words", false, false}, {"foo:amd64", false, false},
+        {"lib*", false, false}, {"a'b", false, false}, {"a;b", false, false}, {"a\nb", false, false}, {std::string("a\0b", 3), false, false},
+        {"a\x1F", false, false}, {"\xC3\xA9t\xC3\xA9", false, false}};
+    for (const auto& [line, dpkg, rpm] : names) {
+        EXPECT_EQ(dpkg, IsPlainPackageName(line, false)) << line;
+        EXPECT_EQ(rpm, IsPlainPackageName(line, true)) << line;
+    }
+
+    // Output, then "name=text;..." of each name with records, or the problem.
+    const std::set<std::string> asked = {"a", "b", "c"};
+    const std::pair<std::string, std::string> outputs[] = {
+        {"", ""},
+        {"a\x1F" "a^1^S^O\x1E", "a=a^1^S^O;"},
+        {"a\x1F" "a^1^X^O\x1E" "a\x1F" "a^^^\x1E" "b\x1F\x1E", "a=a^1^X^Oa^^^;b=;"},   // back to back; an empty record
+        {"b\x1F" "b^1^two\n lines\n .^\x1E" "a\x1F" "a^2^^\x1E", "a=a^2^^;b=b^1^two\n lines\n .^;"},   // any order
+        {"a\x1F" "a^1^x\x1Fy^O\x1E", "a field holds a separator byte"},
+        {"a\x1F" "a^1^x\x1Ey^O\x1E" "b\x1F" "b^1^^\x1E", "a field holds a separator byte"},
+        {"a\x1F" "a^1^x\x1Ey^O\x1E", "the output does not end with a whole record"},
+        {"a\x1F" "a^1^S^O", "the output does not end with a whole record"},
+        {"a\x1F" "a^1^S^O\x1E\n", "the output does not end with a whole record"},
+        {"d\x1F" "d^1^^\x1E", "a record for 'd', which was not asked for"},
+        {"package a is not installed\n" "b\x1F" "b^1^^\x1E", "a record for 'package a is not installed\nb', which was not asked for"},
+        {"\x1F" "x\x1E", "a record for '', which was not asked for"},
+        {"a\x1F\x1E" "b\x1F\x1E" "a\x1F\x1E", "the records of 'a' are not together"},
+        {std::string(70, 'x') + "\x1F\x1E", "a record for '" + std::string(60, 'x') + "...', which was not asked for"}};
+    for (const auto& [output, expected] : outputs) {
+        std::map<std::string, std::string> texts;
+        std::string problem, got;
+        const bool ok = SplitBatchOutput(output, asked, texts, problem);
+        for (const auto& [name, text] : texts) got += name + "=" + text + ";";
+        EXPECT_EQ(expected, ok ? got : problem) << output;
+        EXPECT_EQ(ok, problem.empty()) << output;
+    }
+
+    // Groups keep the names' order; "pre" plus " name" per name, with the NUL, within the command limit,
+    // and name bytes, NULs and pointers within the exec limit; an oversized name gets a group alone.
+    const size_t p = sizeof(char*), fixed = 3 + 1 + 8 * p;   // "pre", its NUL, the tool's other words
+    const std::vector<std::string> list = {"aa", "bbb", "c", "dddddddddd", "ee"};
+    const std::tuple<size_t, size_t, std::string> limits[] = {   // command bytes, exec bytes, groups
+        {1000, 1000, "aa bbb c dddddddddd ee"}, {11, 1000, "aa bbb|c|dddddddddd|ee"}, {12, 1000, "aa bbb|c|dddddddddd|ee"},
+        {13, 1000, "aa bbb c|dddddddddd|ee"}, {4, 1000, "aa|bbb|c|dddddddddd|ee"},
+        {1000, fixed + 3 + p + 4 + p, "aa bbb|c|dddddddddd|ee"}, {1000, fixed + 3 + p + 4 + p - 1, "aa|bbb c|dddddddddd|ee"}};
+    for (const auto& [command, exec, expected] : limits) {
+        std::string got;
+        for (const auto& group : BatchGroups("pre", list, {command, exec})) {
+            got += got.empty() ? "" : "|";
+            for (size_t i = 0; i < group.size(); ++i) got += (i ? " " : "") + group[i];
+        }
+        EXPECT_EQ(expected, got) << command << " " << exec;
+    }
+    EXPECT_TRUE(BatchGroups("pre", {}, {1000, 1000}).empty());
 }

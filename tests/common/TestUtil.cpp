@@ -14,6 +14,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace testutil {
 
@@ -84,6 +85,13 @@ FakePackageManager::FakePackageManager() : m_oldPath(std::getenv("PATH") ? std::
         "{ printf %s \"$tool\"; for a in \"$@\"; do printf ' [%s]' \"$a\"; done; echo; } >> \"$d/calls\"\n"
         "answer() {\n  if [ \"$1\" = list ]; then : > \"$d/started\"; [ -f \"$d/delay\" ] && sleep \"$(cat \"$d/delay\")\"; fi\n"
         "  f=\"$d/$1.$(printf %s \"$2\" | tr / _)\"; [ -f \"$f\" ] || exit 1; cat \"$f\"; exit 0; }\n"
+        // A batch query (dpkg: a format holding the tag byte; rpm: -q --queryformat first): each name's
+        // "batch" file as it stands, else its query answer framed as one record; 1 when a name is unknown.
+        "batch() {\n  : > \"$d/started.batch\"; [ -f \"$d/delay.batch\" ] && sleep \"$(cat \"$d/delay.batch\")\"; shift 3; rc=0\n"
+        "  for n in \"$@\"; do f=$(printf %s \"$n\" | tr / _)\n"
+        "    if [ -f \"$d/batch.$f\" ]; then cat \"$d/batch.$f\"; elif [ -f \"$d/query.$f\" ]; then\n"
+        "      printf '%s\\037' \"$n\"; cat \"$d/query.$f\"; printf '\\036'; else rc=1; fi; done; exit $rc; }\n"
+        "case \"$1 $2 $3\" in *\"$(printf '\\037')\"*|\"-q --queryformat \"*) batch \"$@\" ;; esac\n"
         "case \"$tool $1\" in *--listfiles|*-ql) answer files \"$2\" ;; *-qa) answer list '' ;; *-qf) answer owner \"$2\" ;;\n"
         "*-q) answer query \"$2\" ;; esac\n[ $# -eq 3 ] && answer list ''\nanswer query \"$4\"\n";
     for (const char* tool : {"bin/dpkg-query", "bin/rpm"}) WriteFileText(m_dir.file(tool), script, 0755);
@@ -92,6 +100,8 @@ FakePackageManager::FakePackageManager() : m_oldPath(std::getenv("PATH") ? std::
 }
 
 FakePackageManager::~FakePackageManager() { setenv("PATH", m_oldPath.c_str(), 1); }
+
+void FakePackageManager::SetBatch(std::string name, const std::string& text) { Set("batch", std::move(name), text); }
 
 void FakePackageManager::Set(const std::string& kind, std::string key, const std::string& text) {
     std::replace(key.begin(), key.end(), '/', '_');

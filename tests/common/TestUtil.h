@@ -44,11 +44,15 @@ bool OverlayFolder(const std::string& target, const std::string& scratch);
 // Fake "dpkg-query" and "rpm" first on PATH; each call adds "tool [arg]...\n" to Calls().
 // Set(kind, key, text) answers "list" (key ""), "query", "files" or "owner"; other calls fail.
 // A file "delay" makes the list command touch "started", then sleep that many seconds.
+// A batch query prints, per name asked, SetBatch's text for it if set, else its query answer
+// as one record (name, 0x1F, answer, 0x1E); it fails when a name has neither. A file
+// "delay.batch" makes it touch "started.batch" and sleep first.
 class FakePackageManager {
 public:
     FakePackageManager();
     ~FakePackageManager();
     void Set(const std::string& kind, std::string key, const std::string& text);
+    void SetBatch(std::string name, const std::string& text);
     std::string Calls() const { return ReadFileText(m_dir.file("calls")); }
     void ClearCalls() { WriteFileText(m_dir.file("calls"), ""); }
     std::string file(const std::string& name) const { return m_dir.file(name); }

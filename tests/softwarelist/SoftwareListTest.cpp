@@ -78,7 +78,8 @@ struct Reply {
         for (int i = 0; i < 7; ++i) {
             if (i == 4) reply.GetNext(swFlag);
             reply.GetNext(lengths[i]);
-            std::vector<unsigned char> bytes(lengths[i]);
+            std::vector<unsigned char>& bytes = blocks[i];
+            bytes.resize(lengths[i]);
             reply.GetNext(bytes.data(), lengths[i]);
             EXPECT_TRUE(maps[i]->FromMemory(bytes.data(), static_cast<int>(lengths[i]))) << "block " << i;
         }
@@ -86,6 +87,7 @@ struct Reply {
     }
     std::string scanTime;
     unsigned int lengths[7] = {};
+    std::vector<unsigned char> blocks[7];   // each map's bytes as sent
     CInvMap swAdd, swDelete, swChange, swEmpty, pkAdd, pkDelete, pkChange;
     short swFlag = -1, pkFlag = -1;
 };
@@ -254,29 +256,50 @@ TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
     EXPECT_EQ(session.Run(reply, 0x200), 3);   // without the start-up bit the key is ignored
     EXPECT_NE(session.fake->Calls(), "");
 
-    // That run is pending. HaltExecution from another thread while the list is read: 0, the reply left alone.
+    // That run is pending. HaltExecution from another thread while the list is read, and while the
+    // batch query runs: 0, the reply left alone.
     session.SetPackages({"late^2^Late^Debian"});
-    testutil::WriteFileText(session.fake->file("delay"), "2");
-    std::thread halter([&session] {
-        while (!FileExists(session.fake->file("started"))) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        session.lib.HaltExecution(false);
-    });
-    reply = HostReply(5);
-    EXPECT_EQ(session.Run(reply), 0);
-    halter.join();
-    EXPECT_EQ(Bytes(reply), before);
+    for (const std::string step : {"", ".batch"}) {
+        session.Config(step.empty() ? "" : "BatchQuery=1\n");
+        std::remove(session.fake->file("delay").c_str());
+        testutil::WriteFileText(session.fake->file("delay" + step), "2");
+        std::thread halter([&session, step] {
+            for (int i = 0; i < 2000 && !FileExists(session.fake->file("started" + step)); ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            session.lib.HaltExecution(false);
+        });
+        reply = HostReply(5);
+        EXPECT_EQ(session.Run(reply), 0);
+        halter.join();
+        EXPECT_EQ(Bytes(reply), before);
+        EXPECT_EQ(session.Init(true), 1);   // the next start clears the halt
+    }
     session.Ack();   // stores the pending run's maps
     EXPECT_EQ(session.Stored("SWPackage.bin").size(), kFirst.size());
 }
 
 
-// A Mode 1 run on this machine's package database, read by an independent reader and compared with dpkg-query.
-TEST(RealDpkg, IndependentReaderFindsEveryInstalledPackage) {
-    Session session("Mode=1\n", false);
+// A Mode 1 run on this machine's package database, read by an independent reader and compared with dpkg-query;
+// then a full run with one batch query gives the same package list bytes, package add map and log.
+TEST(RealDpkg, IndependentReaderFindsEveryInstalledPackageBatchQueryGivesTheSame) {
+    Session session("Mode=1\nLogging=1\n", false);
     CNDKMessage reply;
     ASSERT_EQ(session.Run(reply), 3);
+    const Strings log = session.Log();
     testutil::WriteFileBytes(session.home + "reply.bin", Bytes(reply));
     session.Ack();
+    session.Log();   // and the acknowledgement's lines with it
+    const auto stored = testutil::ReadFileBytes(session.Data("SWPackage.bin"));
+
+    session.Config("Mode=1\nLogging=1\nBatchQuery=1\n");
+    CNDKMessage batch;
+    ASSERT_EQ(session.Run(batch, 0, 10), 3);
+    EXPECT_EQ(session.Log(), log);
+    EXPECT_GT(log.size(), 100u);
+    EXPECT_TRUE(Reply(reply, 0).blocks[4] == Reply(batch, 0).blocks[4]) << "package add maps differ";
+    session.Ack();
+    EXPECT_TRUE(testutil::ReadFileBytes(session.Data("SWPackage.bin")) == stored) << "SWPackage.bin differs";
+
     const int status = std::system(("python3 " ZEV_TESTS_DIR "/softwarelist/check_real_dpkg.py " ZEV_TESTS_DIR
                                     "/reader/zevreader.py " + session.home).c_str());
     if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "no dpkg database, or a Halvorn product installed";

@@ -1,7 +1,9 @@
 // Unit tests of what swinv's end-to-end runs cannot reach: telling file kinds
-// apart on ambiguous or malformed bytes, and reply layouts the component never sends.
+// apart on ambiguous or malformed bytes, reply layouts the component never sends,
+// and the progress count of the component's command lines.
 #include "FileDecoder.h"
 #include "InventoryReply.h"
+#include "Progress.h"
 #include "SwinvError.h"
 #include "TestUtil.h"
 #include "inventory/SoftwarePackageObject.h"
@@ -63,4 +65,14 @@ TEST(SwinvReply, LayoutsTheComponentNeverSends) {
     EXPECT_THROW(swinv::DecodeReply(tooShort, 0), swinv::ReplyFormatError);
     reply.Add(7);   // an element after the last map
     EXPECT_THROW(swinv::DecodeReply(reply, 1), swinv::ReplyFormatError);
+}
+
+TEST(SwinvProgress, PackagesEachCommandAsksAbout) {
+    const std::pair<const char*, std::size_t> commands[] = {
+        {"dpkg-query --show --showformat '${Package}^${Version}^${Description}^${Origin}' bash", 1},
+        {"dpkg-query --show --showformat '${Package}\x1F${Package}^${Version}\x1E' bash zlib1g  gcc-12", 3},
+        {"rpm -q --queryformat '%{NVR}\x1F%{NAME}\x1E' a-1-1.noarch b-2-1.x86_64", 2}, {"rpm -q bash --queryformat 'x'", 1},
+        {"dpkg-query --show --showformat '${Package}\n'", 0}, {"dpkg-query --listfiles bash | grep bin", 0}, {"rpm -qa", 0},
+        {"rpm -qf /bin/sh", 0}, {"rpm -ql bash | grep bin", 0}, {"", 0}, {nullptr, 0}};
+    for (const auto& [command, packages] : commands) EXPECT_EQ(packages, swinv::PackagesQueried(command)) << (command ? command : "null");
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """End-to-end runs of swinv against the built libsoftware.so.0 in a temporary home, with the fake package manager
 FAKEPM first in PATH as dpkg-query and rpm. Environment: SWINV, FAKEPM, ZEVREADER (the independent reader)."""
-import glob, json, os, shutil, subprocess, sys, tempfile, unittest
+import glob, json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
 SWINV, FAKEPM, ZEVREADER = (os.environ.get(name, "") for name in ("SWINV", "FAKEPM", "ZEVREADER"))
@@ -111,6 +111,23 @@ class ConfigTest(SwinvCase):
         self.assertFalse(os.path.exists(self.pm_log), "Mode 4 asked the package manager")
         self.assertEqual((packages["added"], packages["deleted"]), ([], records(PACKAGES)))
         self.assertIn("Check Files: %s/sub/" % tree, Path(self.data + "Software.log").read_text())
+
+
+    def test_batch_query_one_call_the_same_inventory(self):
+        per_package = self.swinv_json("run")["packages"]["added"]
+        done = self.swinv("config", 'BatchQuery="1"')
+        self.assertNotIn("does not read", done.stderr)
+        settings = {item["key"]: item for item in self.swinv_json("status")["config"]["settings"]}
+        self.assertEqual((settings["BatchQuery"]["value"], settings["BatchQuery"]["from"]), ("1", "file"))
+        self.assertIn("once for all packages", settings["BatchQuery"]["meaning"])
+        os.remove(self.pm_log)
+        self.assertEqual(self.swinv_json("run")["packages"]["added"], per_package)
+        calls = [line for line in Path(self.pm_log).read_text().split("\n") if line.startswith(("dpkg-query", "rpm"))]
+        self.assertEqual((len(calls), calls[-1][-20:]), (2, "\x1e bash gcc-12 zlib1g"), calls)
+        self.swinv("config", 'BatchQuery="2"')   # only 1 asks once
+        os.remove(self.pm_log)
+        self.assertEqual(self.swinv_json("run")["packages"]["added"], per_package)
+        self.assertEqual(len(re.findall(r"--listfiles|-ql ", Path(self.pm_log).read_text())), 3)
 
 
 class ErrorTest(SwinvCase):

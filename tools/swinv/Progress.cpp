@@ -41,11 +41,19 @@ std::size_t CountOutputLines(const std::string& command) {
     return lines;
 }
 
-bool IsPackageQuery(const char* command) {
-    if (!command) return false;
-    if (StartsWith(command, "dpkg-query --show --showformat '${Package}^")) return true;
-    return StartsWith(command, "rpm -q ") && !StartsWith(command, "rpm -qa") && !StartsWith(command, "rpm -qf") &&
-           !StartsWith(command, "rpm -ql");
+std::size_t PackagesQueried(const char* command) {
+    if (!command) return 0;
+    if (StartsWith(command, "dpkg-query --show --showformat '${Package}^")) return 1;
+    if (StartsWith(command, "dpkg-query --show --showformat '${Package}\x1F") || StartsWith(command, "rpm -q --queryformat '")) {
+        // The names follow the quoted format, one word each.
+        const char* names = std::strrchr(command, '\'');
+        std::size_t count = 0;
+        for (const char* c = names + 1; *c; ++c) count += *c != ' ' && c[-1] == ' ';
+        return count;
+    }
+    const bool single = StartsWith(command, "rpm -q ") && !StartsWith(command, "rpm -qa") && !StartsWith(command, "rpm -qf") &&
+                        !StartsWith(command, "rpm -ql");
+    return single ? 1 : 0;
 }
 
 Progress::Progress(std::FILE* out, std::size_t total)
@@ -56,8 +64,9 @@ double Progress::ElapsedSeconds() const {
 }
 
 void Progress::OnCommand(const char* command) {
-    if (!IsPackageQuery(command)) return;
-    ++m_queried;
+    const std::size_t packages = PackagesQueried(command);
+    if (packages == 0) return;
+    m_queried += packages;
     if (!m_out) return;
     const auto now = std::chrono::steady_clock::now();
     // A redraw per package would cost more than the query on a fast machine.

@@ -1,6 +1,6 @@
 // Progress of an inventory run on a terminal: packages queried so far out of the
-// total, and the time taken. The component queries each package through the
-// host's command runner, so counting those calls tells how far the scan got.
+// total, and the time taken. The component queries the packages through the
+// host's command runner, so counting the names in those calls tells how far the scan got.
 #pragma once
 
 #include <chrono>
@@ -14,8 +14,9 @@ namespace swinv {
 std::string PackageListCommand();
 // Lines a shell command prints; 0 when it cannot be run.
 std::size_t CountOutputLines(const std::string& command);
-// True for the collector's one query per package (not the list, owner or file queries).
-bool IsPackageQuery(const char* command);
+// Packages a command asks about: 1 for the collector's query of one package, the names of a
+// batch query, 0 for the list, owner and file queries and anything else.
+std::size_t PackagesQueried(const char* command);
 
 class Progress {
 public:

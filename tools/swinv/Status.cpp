@@ -19,7 +19,7 @@ namespace {
 
 bool IsIntegerKey(const std::string& key) {
     return key == "Mode" || key == "ExtInSelected" || key == "LeastMost" || key == "SizeKB" || key == "Logging" ||
-           key == "RunAtStartup";
+           key == "RunAtStartup" || key == "BatchQuery";
 }
 
 }  // namespace

@@ -44,7 +44,8 @@ const char* const kConfigExamples = R"(Examples:
   swinv config '' --search /opt/tools --search /srv/bin
 
 Keys: Mode (1 packages, 2 executables below Include, 4 files matching Scan; add them up),
-Include, Scan, ExtInSelected, IncExt, Exclude, LeastMost, SizeKB, Logging, RunAtStartup.
+Include, Scan, ExtInSelected, IncExt, Exclude, LeastMost, SizeKB, Logging, RunAtStartup,
+BatchQuery (1 asks the package manager once for all packages).
 Every value is quoted; keys not given keep their value.)";
 
 const char* const kShowExamples = R"(Examples:
