@@ -274,8 +274,8 @@ TEST(RealDpkg, IndependentReaderFindsEveryInstalledPackage) {
     ASSERT_EQ(session.Run(reply), 3);
     testutil::WriteFileBytes(session.home + "reply.bin", Bytes(reply));
     session.Ack();
-    const int status = std::system(("python3 " ZEV_TESTS_DIR "/softwarelist/check_real_dpkg.py " ZEV_TESTS_DIR
-                                    "/reader/zevreader.py " + session.home).c_str());
+    const int status = std::system(("python3 " ZEV_TESTS_DIR "/softwarelist/check_real_dpkg.py " ZEV_READER_DIR " " +
+                                    session.home).c_str());
     if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "no dpkg database, or a Halvorn product installed";
     EXPECT_EQ(status, 0);
 }

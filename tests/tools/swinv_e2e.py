@@ -1,14 +1,20 @@
 #!/usr/bin/env python3
 """End-to-end runs of swinv against the built libsoftware.so.0 in a temporary home, with the fake package manager
-FAKEPM first in PATH as dpkg-query and rpm. Environment: SWINV, FAKEPM, ZEVREADER (the independent reader)."""
+FAKEPM first in PATH as dpkg-query and rpm. Environment: SWINV, FAKEPM, ZEVREADER_DIR (the independent reader's package)."""
 import glob, json, os, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
-SWINV, FAKEPM, ZEVREADER = (os.environ.get(name, "") for name in ("SWINV", "FAKEPM", "ZEVREADER"))
+SWINV, FAKEPM, ZEVREADER_DIR = (os.environ.get(name, "") for name in ("SWINV", "FAKEPM", "ZEVREADER_DIR"))
 PACKAGES = [("bash", "5.2.15-2", "GNU Bourne Again SHell", "Debian"),
             ("gcc-12", "12.2.0-14", "GNU C compiler", "Debian"), ("zlib1g", "1:1.2.13", "compression library", "")]
 FIELDS = ["key", "class", "name", "version", "vendor", "extra1", "extra2", "flags", "description"]
 MEMBERS = {field: ("m_n" if field == "flags" else "m_str") + field.capitalize() for field in FIELDS[2:]}
+
+
+def zevreader(*args):
+    """What the zevreader command prints for `args`, decoded."""
+    return json.loads(subprocess.check_output([sys.executable, "-m", "zevreader", *args],
+                                              env=dict(os.environ, PYTHONPATH=ZEVREADER_DIR)))
 
 
 def records(rows):
@@ -149,7 +155,7 @@ class RealDpkgTest(SwinvCase):
         shown = self.swinv_json("show", self.data + "SWPackage.bin", env=env)["records"]
         utf8 = lambda text: text.encode("latin-1").decode("utf-8", "replace") if isinstance(text, str) else text
         self.assertEqual(shown, added)   # the reader keeps bytes as latin-1 characters; swinv prints UTF-8
-        decoded = json.loads(subprocess.check_output([sys.executable, ZEVREADER, "map", self.data + "SWPackage.bin"]))
+        decoded = zevreader("map", self.data + "SWPackage.bin")
         self.assertEqual(shown, [dict({"key": utf8(e["key"]), "class": e["class"]},
                                       **{mine: utf8(e["fields"][theirs]) for mine, theirs in MEMBERS.items()})
                                  for e in decoded["entries"]])
