@@ -65,11 +65,10 @@ class Dumps(unittest.TestCase):
         raw, labels = dumped(zr.dump("reply", reply, skip=1))
         self.assertEqual(raw, reply)
         self.assertEqual([label for label in labels if label.startswith("[")][:5] + [labels[-2]],
-                         ["[0] int: an element of the host", "[1] string: scan time",
-                          "[2] uint: software add map: length of the map stream",
-                          "[3] uint: software add map: block header, the zlib stream's length (0 = stored raw)",
-                          "[4] buffer: software add map: block", "[24] short: packages: 1 = no stored list was found"])
+                         ["[0] int: an element of the host", "[1] string: scan time", "[2] uint: software add: map length",
+                          "[3] uint: software add: block header (zlib length, 0 = raw)", "[4] buffer: software add: block",
+                          "[24] short: packages flag: 1 = no stored list"])
         self.assertIn("  object tag: object 2 again", labels)   # the raw block read field by field
-        self.assertIn("  zlib stream; inflates to the %d-byte map stream" % len(MAP), labels)
+        self.assertIn("  zlib stream, inflates to the %d-byte map" % len(MAP), labels)
         with self.assertRaises(zr.FormatError):
             zr.dump("reply", reply)   # without the skip, the host's element is where the scan time belongs

@@ -10,16 +10,12 @@ BYTES_PER_LINE = 8
 
 # The reply after the host's elements: the scan time, then per map its length, the block's hidden
 # header and the block; a flag after the software maps and after the package maps.
-_MAPS = [("software", "add"), ("software", "delete"), ("software", "change"), ("software", "empty (always)"),
-         ("software", None), ("packages", "add"), ("packages", "delete"), ("packages", "change"), ("packages", None)]
 REPLY_ROLES = ["scan time"]
-for _group, _map in _MAPS:
-    if _map is None:
-        REPLY_ROLES.append("%s: 1 = no stored list was found" % _group)
-    else:
-        REPLY_ROLES += ["%s %s map: length of the map stream" % (_group, _map),
-                        "%s %s map: block header, the zlib stream's length (0 = stored raw)" % (_group, _map),
-                        "%s %s map: block" % (_group, _map)]
+for _group, _maps in (("software", ("add", "delete", "change", "empty")), ("packages", ("add", "delete", "change"))):
+    for _map in _maps:
+        REPLY_ROLES += ["%s %s: map length" % (_group, _map), "%s %s: block header (zlib length, 0 = raw)" % (_group, _map),
+                        "%s %s: block" % (_group, _map)]
+    REPLY_ROLES.append("%s flag: 1 = no stored list" % _group)
 
 
 def lines(data, trace, indent=""):
@@ -42,19 +38,21 @@ def _reply_trace(data, skip):
     """The message trace with each element named, and raw map blocks read field by field in place."""
     trace = []
     decode_reply(data, skip, trace)
-    out, role, header = [], "", 0
+    out, role, header = [], None, 0
     for offset, length, label in trace:
         if label.startswith("["):
             place = int(label[1:label.index("]")]) - skip
             role = REPLY_ROLES[place] if 0 <= place < len(REPLY_ROLES) else "an element of the host"
             out.append([offset, length, "%s: %s" % (label, role)])
-        elif role.endswith("block header, the zlib stream's length (0 = stored raw)") and label.startswith("value: "):
+        elif role is None:   # the message header
+            out.append([offset, length, label])
+        elif role.endswith("block header (zlib length, 0 = raw)") and label.startswith("value: "):
             header = int(label[len("value: "):])
             out.append([offset, length, "  " + label])
-        elif role.endswith("map: block") and label == "bytes":
+        elif role.endswith(": block") and label.startswith("bytes"):
             block = data[offset:offset + length]
             if header:
-                out.append([offset, length, "  zlib stream; inflates to the %d-byte map stream" % len(zlib.decompress(block))])
+                out.append([offset, length, "  zlib stream, inflates to the %d-byte map" % len(zlib.decompress(block))])
             else:
                 inner = []
                 decode_map(block, inner)
@@ -72,4 +70,9 @@ def dump(kind, data, skip=0):
     else:
         trace = []
         {"map": decode_map, "strings": decode_strings, "message": decode_message}[kind](data, trace)
+        if kind == "message":   # an element's value under its type line
+            inside = False
+            for field in trace:
+                inside = inside or field[2].startswith("[")
+                field[2] = field[2] if field[2].startswith("[") or not inside else "  " + field[2]
     return "\n".join(lines(data, trace)) + "\n"

@@ -37,7 +37,7 @@ def c_text(raw):   # what the C++ loader keeps of a stored string: the bytes bef
 
 def quoted(raw):
     """Bytes as a quoted text for dumps: printable ASCII as is, everything else as \\xNN."""
-    return '"%s"' % "".join(chr(b) if 0x20 <= b < 0x7F and b != 0x22 else "\\x%02x" % b for b in raw)
+    return '"%s"' % "".join(chr(b) if 0x20 <= b < 0x7F else "\\x%02x" % b for b in raw)
 
 
 def type_name(code):
@@ -244,7 +244,9 @@ def read_message_body(stream):
                 element["stored"] = latin1(raw)
         elif code == NDK_BUFFER:
             length = stream.u32("length")
-            element["value"] = {"length": length, "hex": stream.take(length, "bytes").hex()}
+            raw = stream.take(length, "bytes")
+            element["value"] = {"length": length, "hex": raw.hex()}
+            stream.note("bytes: %s" % quoted(raw) if 0 < length <= 64 else "bytes")
         else:
             raw = stream.take(8, "value")
             fmt = SCALAR_FORMATS.get(code)
