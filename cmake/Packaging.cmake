@@ -21,6 +21,18 @@ if(TARGET swinv)
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME swinv COMPONENT runtime)
 endif()
 
+# When the install strips (cpack does), also drop the compiler's identification note, as Debian's own
+# package builds do; it says nothing at run time.
+if(TARGET software AND TARGET swinv AND CMAKE_OBJCOPY)
+  install(CODE "
+    if(CMAKE_INSTALL_DO_STRIP)
+      foreach(_binary \"${CMAKE_INSTALL_BINDIR}/$<TARGET_FILE_NAME:swinv>\" \"zev/slib/$<TARGET_FILE_NAME:software>\")
+        execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --remove-section=.comment
+                                \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/\${_binary}\" COMMAND_ERROR_IS_FATAL ANY)
+      endforeach()
+    endif()" COMPONENT runtime)
+endif()
+
 # zevreader: the module where Debian's python3 finds it (lib, never a multiarch folder), and a
 # launcher that finds it from any prefix.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/tools/zevreader/zevreader

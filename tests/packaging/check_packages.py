@@ -174,6 +174,8 @@ class RpmPackages(unittest.TestCase):
         self.assertIn("%s = " % NAME, run("rpm", "-qp", "--requires", rpms[NAME + "-devel"]))
         self.assertIn("python3", run("rpm", "-qp", "--requires", rpms[NAME]).split())
         self.assertEqual(run("rpm", "-qp", "--qf", "%{ARCH}", rpms[NAME + "-devel"]), "noarch")
+        # Stripped: with debug information swinv alone is over 10 MB.
+        self.assertLess(int(run("rpm", "-qp", "--qf", "%{SIZE}", rpms[NAME])), 3 * 1024 * 1024)
 
 
 if __name__ == "__main__":
