@@ -145,7 +145,7 @@ if(ZEV_RPMBUILD)
   set(CPACK_RPM_DEV_PACKAGE_REQUIRES "${ZEV_PACKAGE_NAME} = ${PROJECT_VERSION}")
   # The packages own only their files, not the shared folders above them.
   set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
-      /usr/lib/python3 /usr/lib/python3/dist-packages /usr/share/bash-completion
+      /usr/share/man /usr/share/man/man1 /usr/lib/python3 /usr/lib/python3/dist-packages /usr/share/bash-completion
       /usr/share/bash-completion/completions /usr/share/lintian /usr/share/lintian/overrides)
 endif()
 
