@@ -5,7 +5,7 @@
 #   dev (zev-software-dev, zev-software-devel as an .rpm): the headers a host needs, under include/zev.
 # Build packages from a Release configuration; cpack strips the binaries:
 #   cmake -S . -B build-pkg -G Ninja -DCMAKE_BUILD_TYPE=Release -DZEV_BUILD_TESTS=OFF
-#   cmake --build build-pkg && (cd build-pkg && cpack -G DEB && cpack -G RPM)
+#   cmake --build build-pkg && (cd build-pkg && cpack)   # .deb, and .rpm where rpmbuild exists
 
 set(ZEV_PACKAGE_NAME zev-software)
 set(ZEV_PACKAGE_DIR ${CMAKE_CURRENT_LIST_DIR}/package)
