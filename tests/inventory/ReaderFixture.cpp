@@ -1,5 +1,6 @@
-// inventory_reader_fixture LISTFILE PYTHON READER: writes a list file of 1000 mixed records with CInvMap::ToFile;
-// READER ("map") must decode it to the keys, classes, schemas and fields written (strings as latin-1).
+// inventory_reader_fixture LISTFILE READER...: writes a list file of 1000 mixed records with CInvMap::ToFile; the
+// command READER... with "map LISTFILE" added must decode it to the keys, classes, schemas and fields written
+// (strings as latin-1).
 #include "inventory/InvMap.h"
 #include "inventory/SoftwareObject.h"
 #include "inventory/SoftwarePackageObject.h"
@@ -60,7 +61,9 @@ int main(int, char** argv) {
                                            {"class", pkg ? "CSoftwarePackageObject" : "CSoftwareObject"}};
     }
     if (map.GetCount() != 1000 || !map.ToFile(argv[1])) return 1;
-    FILE* pipe = ::popen((std::string(argv[2]) + " '" + argv[3] + "' map '" + argv[1] + "'").c_str(), "r");
+    std::string command;
+    for (char** arg = argv + 2; *arg; ++arg) command += std::string("'") + *arg + "' ";
+    FILE* pipe = ::popen((command + "map '" + argv[1] + "'").c_str(), "r");
     std::string out;
     for (int c; pipe && (c = std::fgetc(pipe)) != EOF;) out += static_cast<char>(c);
     const auto decoded = nlohmann::json::parse(out);   // ends the program on anything but JSON

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Usage: check_wire_sample.py WRITER READER WORKDIR. The independent reader must decode
-what WireSampleWriter.cpp put in, and re-encode it from values alone byte for byte."""
+"""Usage: check_wire_sample.py WRITER READER_DIR WORKDIR. The independent reader (the zevreader command, its
+package in READER_DIR) must decode what WireSampleWriter.cpp put in, and re-encode it from values alone byte for byte."""
 
 import json
 import os
@@ -18,10 +18,11 @@ def block(size):
 
 
 def reader(*args):
-    return subprocess.run([sys.executable, READER, *args], check=True, stdout=subprocess.PIPE, text=True).stdout
+    return subprocess.run([sys.executable, "-m", "zevreader", *args], check=True, stdout=subprocess.PIPE, text=True,
+                          env=dict(os.environ, PYTHONPATH=READER_DIR)).stdout
 
 
-writer, READER, workdir = sys.argv[1:4]
+writer, READER_DIR, workdir = sys.argv[1:4]
 os.makedirs(workdir, exist_ok=True)
 wire_path, values_path, again_path = (os.path.join(workdir, n) for n in ("sample.bin", "values.json", "again.bin"))
 subprocess.run([writer, wire_path], check=True)

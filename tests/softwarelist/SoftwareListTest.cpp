@@ -300,8 +300,8 @@ TEST(RealDpkg, IndependentReaderFindsEveryInstalledPackageBatchQueryGivesTheSame
     session.Ack();
     EXPECT_TRUE(testutil::ReadFileBytes(session.Data("SWPackage.bin")) == stored) << "SWPackage.bin differs";
 
-    const int status = std::system(("python3 " ZEV_TESTS_DIR "/softwarelist/check_real_dpkg.py " ZEV_TESTS_DIR
-                                    "/reader/zevreader.py " + session.home).c_str());
+    const int status = std::system(("python3 " ZEV_TESTS_DIR "/softwarelist/check_real_dpkg.py " ZEV_READER_DIR " " +
+                                    session.home).c_str());
     if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << "no dpkg database, or a Halvorn product installed";
     EXPECT_EQ(status, 0);
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""check_real_dpkg.py READER HOME: the reply ("reply.bin") and "data/SWPackage.bin" of a Mode 1 run hold exactly the
+"""check_real_dpkg.py READER_DIR HOME: the reply ("reply.bin") and "data/SWPackage.bin" of a Mode 1 run hold exactly the
 packages dpkg-query reports, keyed and parsed by the package scan's rules; 77 without dpkg or with a Halvorn product."""
 import json, os, subprocess, sys
 
@@ -46,8 +46,9 @@ def compare(what, decoded, expected):
 
 
 def main():
-    reader, home = sys.argv[1], sys.argv[2]
-    read = lambda *args: json.loads(subprocess.run([sys.executable, reader, *args], check=True, stdout=subprocess.PIPE).stdout)
+    reader_dir, home = sys.argv[1], sys.argv[2]   # the independent reader's package folder
+    read = lambda *args: json.loads(subprocess.run([sys.executable, "-m", "zevreader", *args], check=True, stdout=subprocess.PIPE,
+                                                   env=dict(os.environ, PYTHONPATH=reader_dir)).stdout)
     if not any(map(os.path.exists, ("/etc/debian_version", "/etc/debian-release"))) or any(map(os.path.lexists, MARKERS)):
         return 77
     expected, reply = expected_packages(), read("reply", home + "reply.bin")

@@ -1,14 +1,35 @@
 #!/usr/bin/env python3
 """End-to-end runs of swinv against the built libsoftware.so.0 in a temporary home, with the fake package manager
-FAKEPM first in PATH as dpkg-query and rpm. Environment: SWINV, FAKEPM, ZEVREADER (the independent reader)."""
+FAKEPM first in PATH as dpkg-query and rpm. Environment: SWINV, FAKEPM, ZEVREADER_DIR (the independent reader's package),
+FORMAT_EXAMPLES (the program that writes the examples of docs/formats.md)."""
 import glob, json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
-SWINV, FAKEPM, ZEVREADER = (os.environ.get(name, "") for name in ("SWINV", "FAKEPM", "ZEVREADER"))
+SWINV, FAKEPM, ZEVREADER_DIR, FORMAT_EXAMPLES = (os.environ.get(name, "") for name in (
+    "SWINV", "FAKEPM", "ZEVREADER_DIR", "FORMAT_EXAMPLES"))
 PACKAGES = [("bash", "5.2.15-2", "GNU Bourne Again SHell", "Debian"),
             ("gcc-12", "12.2.0-14", "GNU C compiler", "Debian"), ("zlib1g", "1:1.2.13", "compression library", "")]
 FIELDS = ["key", "class", "name", "version", "vendor", "extra1", "extra2", "flags", "description"]
 MEMBERS = {field: ("m_n" if field == "flags" else "m_str") + field.capitalize() for field in FIELDS[2:]}
+SOFTWARE_MEMBERS = dict({"version": "m_strVersion", "description": "m_strDescription", "company": "m_strCompanyName",
+                         "info5": "m_nInfo5", "info6": "m_nInfo6", "package": "m_strPackage"},
+                        **{"info%d" % i: "m_strInfo%d" % i for i in range(1, 5)})
+TYPE_NAMES = ["uchar", "char", "ushort", "short", "uint", "int", "reserved6", "reserved7", "float", "double", "string",
+              "buffer", "uint64"]
+utf8 = lambda text: text.encode("latin-1").decode("utf-8", "replace") if isinstance(text, str) else text
+
+
+def as_shown(entry):
+    """A zevreader map entry as swinv shows the record (the reader keeps bytes as latin-1; swinv prints UTF-8)."""
+    members = SOFTWARE_MEMBERS if entry["class"] == "CSoftwareObject" else MEMBERS
+    return dict({"key": utf8(entry["key"]), "class": entry["class"]},
+                **{mine: utf8(entry["fields"][theirs]) for mine, theirs in members.items()})
+
+
+def zevreader(*args):
+    """What the zevreader command prints for `args`, decoded."""
+    return json.loads(subprocess.check_output([sys.executable, "-m", "zevreader", *args],
+                                              env=dict(os.environ, PYTHONPATH=ZEVREADER_DIR)))
 
 
 def records(rows):
@@ -164,12 +185,36 @@ class RealDpkgTest(SwinvCase):
         listed = subprocess.check_output(["dpkg-query", "--show", "--showformat", "${Package}\n"], text=True).split()
         self.assertEqual(sorted({r["key"].split("\\")[0] for r in added}), sorted(set(listed)))
         shown = self.swinv_json("show", self.data + "SWPackage.bin", env=env)["records"]
-        utf8 = lambda text: text.encode("latin-1").decode("utf-8", "replace") if isinstance(text, str) else text
-        self.assertEqual(shown, added)   # the reader keeps bytes as latin-1 characters; swinv prints UTF-8
-        decoded = json.loads(subprocess.check_output([sys.executable, ZEVREADER, "map", self.data + "SWPackage.bin"]))
-        self.assertEqual(shown, [dict({"key": utf8(e["key"]), "class": e["class"]},
-                                      **{mine: utf8(e["fields"][theirs]) for mine, theirs in MEMBERS.items()})
-                                 for e in decoded["entries"]])
+        self.assertEqual(shown, added)
+        self.assertEqual(shown, [as_shown(e) for e in zevreader("map", self.data + "SWPackage.bin")["entries"]])
+
+
+class ReaderAgreementTest(SwinvCase):
+    EXAMPLES = {"SWPackage.bin": "map", "SWList.bin": "map", "executables.bin": "map", "swsearch.bin": "strings",
+                "reply.bin": "reply", "settings.bin": "message"}
+    PARTS = {"added": "add", "deleted": "delete", "changed": "change", "reserved": "empty"}
+
+    @unittest.skipUnless(FORMAT_EXAMPLES, "FORMAT_EXAMPLES is not set")
+    def test_show_and_zevreader_agree_on_every_kind_of_file(self):
+        examples, classes = self.path("examples/"), set()
+        subprocess.run([FORMAT_EXAMPLES, examples], check=True)
+        for name, kind in self.EXAMPLES.items():
+            shown, read = self.swinv_json("show", examples + name, home=False), zevreader(kind, examples + name)
+            if kind == "map":
+                classes |= {e["class"] for e in read["entries"]}
+                self.assertEqual((shown["kind"], shown["records"]), ("inventory map", [as_shown(e) for e in read["entries"]]))
+            elif kind == "strings":
+                self.assertEqual((shown["kind"], shown["paths"]), ("search paths", read))
+            elif kind == "reply":
+                self.assertEqual(shown, dict(kind="reply", file=name, scan_time=read["scan_time"], **{group: dict(
+                    {mine: [as_shown(e) for e in read[group][theirs]["entries"]] for mine, theirs in self.PARTS.items()
+                     if theirs in read[group]}, baseline_missing=bool(read[group]["full"])) for group in ("software", "packages")}))
+            else:
+                self.assertEqual([shown["kind"], shown["id"], shown["hidden_elements"]] + shown["elements"],
+                                 ["message", read["id"], read["hidden"]] + [
+                                     dict(type=TYPE_NAMES[e["type"]], **({"length": e["value"]["length"]} if e["type"] == 11
+                                                                         else {"value": e["value"]})) for e in read["elements"]])
+        self.assertEqual(classes, {"CSoftwarePackageObject", "CSoftwareObject"})
 
 
 if __name__ == "__main__":

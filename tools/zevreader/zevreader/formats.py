@@ -1,24 +1,20 @@
-#!/usr/bin/env python3
-"""Independent reader of the component's byte formats, for tests.
+"""Decoders of the component's byte formats: archive streams (list files, "swsearch.bin"),
+message wire buffers and inventory replies, into plain dictionaries; and messages back to bytes.
 
-Decodes archive streams, message wire buffers and inventory replies into JSON and re-encodes
-messages, so that tests check the C++ writers against a second implementation (standard library only).
-
-    zevreader.py map FILE              archived CMapStringToOb / CInvMap stream
-    zevreader.py strings FILE          archived CStringArray stream
-    zevreader.py message FILE          CNDKMessage wire buffer
-    zevreader.py reply FILE [--skip K] inventory reply message
-    zevreader.py encode-message JSON [-o OUT]   message JSON back to wire bytes
-
-Strings decode as latin-1 (lossless). Malformed input: exit status 1, one line on stderr.
+Strings decode as latin-1, so every byte survives as the character of the same value.
+Malformed input raises FormatError. A Stream given a `trace` list also records each field
+it reads as [offset, length, label], which the annotated dumps print.
 """
 
-import argparse, json, struct, sys, zlib
+import struct
+import zlib
 
 # Element codes; scalar codes map to the struct format at the start of the 8-byte store
 # (6 and 7 are reserved codes holding 32-bit values).
 NDK_SHORT, NDK_UINT, NDK_STRING, NDK_BUFFER = 3, 4, 10, 11
 SCALAR_FORMATS = {0: "<B", 1: "<b", 2: "<H", 3: "<h", 4: "<I", 5: "<i", 6: "<I", 7: "<I", 8: "<f", 9: "<d", 12: "<Q"}
+TYPE_NAMES = ["uchar", "char", "ushort", "short", "uint", "int", "reserved6", "reserved7", "float", "double",
+              "string", "buffer", "uint64"]
 
 # Registered classes: name -> current schema (0x80000000 marks a versionable class).
 VERSIONABLE = 0x80000000
@@ -39,21 +35,38 @@ def c_text(raw):   # what the C++ loader keeps of a stored string: the bytes bef
     return raw.split(b"\0", 1)[0]
 
 
+def quoted(raw):
+    """Bytes as a quoted text for dumps: printable ASCII as is, everything else as \\xNN."""
+    return '"%s"' % "".join(chr(b) if 0x20 <= b < 0x7F else "\\x%02x" % b for b in raw)
+
+
+def type_name(code):
+    return TYPE_NAMES[code] if 0 <= code < len(TYPE_NAMES) else "unknown"
+
 
 class Stream:
     """Little-endian reads over a byte string with strict bounds."""
 
-    def __init__(self, data):
-        self.data, self.pos = bytes(data), 0
+    def __init__(self, data, trace=None):
+        self.data, self.pos, self.trace = bytes(data), 0, trace
 
     def take(self, n, what="data"):
         if n < 0 or len(self.data) - self.pos < n:
             raise FormatError("%s: need %d bytes at offset %d, %d left" % (what, n, self.pos, len(self.data) - self.pos))
         self.pos += n
+        if self.trace is not None:
+            self.trace.append([self.pos - n, n, what])
         return self.data[self.pos - n:self.pos]
 
+    def note(self, label):
+        """Relabels the field read last, for dumps."""
+        if self.trace:
+            self.trace[-1][2] = label
+
     def unpack(self, fmt, what):
-        return struct.unpack(fmt, self.take(struct.calcsize(fmt), what))[0]
+        value = struct.unpack(fmt, self.take(struct.calcsize(fmt), what))[0]
+        self.note("%s: %s" % (what, value))
+        return value
 
     def u8(self, what="byte"): return self.unpack("<B", what)
     def u16(self, what="16-bit value"): return self.unpack("<H", what)
@@ -62,20 +75,32 @@ class Stream:
 
     def count(self, what="count"):
         value = self.u16(what)
-        return self.u32(what) if value == 0xFFFF else value
+        if value != 0xFFFF:
+            return value
+        self.note(what + ": 0xFFFF, a 32-bit count follows")
+        return self.u32(what)
 
     def string(self, what="string"):
         """Raw bytes of an archived string (a wide string gives its 2-byte units)."""
-        unit, length = 1, self.u8(what)
+        size = what + " length"
+        unit, length = 1, self.u8(size)
         if length == 0xFF:
-            length = self.u16(what)
+            self.note(size + ": 0xFF, a 16-bit length follows")
+            length = self.u16(size)
             if length == 0xFFFE:   # wide marker: the length again, counting 2-byte units
-                unit, length = 2, self.u8(what)
+                self.note(size + ": 0xFFFE, a wide string: its length in 2-byte units follows")
+                unit, length = 2, self.u8(size)
                 if length == 0xFF:
-                    length = self.u16(what)
+                    length = self.u16(size)
             if length == 0xFFFF:
-                length = self.u32(what)
-        return self.take(length * unit, what)
+                self.note(size + ": 0xFFFF, a 32-bit length follows")
+                length = self.u32(size)
+        if length == 0:
+            self.note('%s: "" (empty)' % what)
+            return b""
+        raw = self.take(length * unit, what)
+        self.note("%s: %s" % (what, quoted(raw)))
+        return raw
 
     def expect_end(self, what):
         if self.pos != len(self.data):
@@ -85,8 +110,8 @@ class Stream:
 class ArchiveReader(Stream):
     """Object graph of one archive: classes and objects share one index space from 1."""
 
-    def __init__(self, data):
-        super().__init__(data)
+    def __init__(self, data, trace=None):
+        super().__init__(data, trace)
         self.loaded = [None]          # index -> ("class", name) or ("object", dict)
         self.remembered_schema = {}   # versionable class -> schema found in the stream
 
@@ -95,6 +120,7 @@ class ArchiveReader(Stream):
         if length >= MAX_CLASS_NAME:
             raise FormatError("class name of %d bytes" % length)
         name = latin1(self.take(length, "class name"))
+        self.note("class name: %s" % quoted(name.encode("latin-1")))
         if name not in KNOWN_CLASSES:
             raise FormatError("unknown class %r" % name)
         return name, schema
@@ -102,7 +128,14 @@ class ArchiveReader(Stream):
     def read_object(self):
         """The object JSON, or None for the null reference."""
         tag_offset, tag = self.pos, self.u16("object tag")
-        tag32 = self.u32("big object tag") if tag == BIG_OBJECT_TAG else (tag & 0x7FFF) | ((tag & 0x8000) << 16)
+        if tag == BIG_OBJECT_TAG:
+            self.note("object tag: 0x7FFF, a 32-bit tag follows")
+            tag32 = self.u32("object tag (32-bit)")
+        else:
+            tag32 = (tag & 0x7FFF) | ((tag & 0x8000) << 16)
+        self.note("object tag: " + ("null object" if tag32 == 0 else "new object of a new class" if tag == NEW_CLASS_TAG
+                                    else "new object of class %d" % (tag32 & ~BIG_CLASS_TAG) if tag32 & BIG_CLASS_TAG
+                                    else "object %d again" % tag32))
 
         if not tag32 & BIG_CLASS_TAG:
             if tag32 >= len(self.loaded):
@@ -164,11 +197,11 @@ class ArchiveReader(Stream):
 
     def read_map(self):
         """count, then key string and object reference per entry, in stream order."""
-        count = self.count("map count")
+        count = self.count("entry count")
         entries = []
         key = b""   # one key variable for all pairs: an empty stored key reuses the previous one
         for _ in range(count):
-            raw_key = self.string("map key")
+            raw_key = self.string("key")
             if raw_key:
                 key = c_text(raw_key)
             entries.append(dict({"key": latin1(key), "raw_key": latin1(raw_key)},
@@ -176,45 +209,56 @@ class ArchiveReader(Stream):
         return {"count": count, "entries": entries}
 
     def read_strings(self):
-        return [latin1(c_text(self.string("array string"))) for _ in range(self.count("array count"))]
+        return [latin1(c_text(self.string("string"))) for _ in range(self.count("string count"))]
 
 
-def decode_whole(data, read, what):
+def decode_whole(data, read, what, trace=None):
     """read(stream) over all of `data`: trailing bytes are an error."""
-    stream = ArchiveReader(data)
+    stream = ArchiveReader(data, trace)
     result = read(stream)
     stream.expect_end(what)
     return result
 
 
-def decode_map(data): return decode_whole(data, ArchiveReader.read_map, "map stream")
-def decode_strings(data): return decode_whole(data, ArchiveReader.read_strings, "string array stream")
+def decode_map(data, trace=None):
+    """An archived map (a list file, or a reply's map block): {"count", "entries": [{"key", "class", ...}]}."""
+    return decode_whole(data, ArchiveReader.read_map, "map stream", trace)
 
+
+def decode_strings(data, trace=None):
+    """An archived string array ("swsearch.bin"): the list of strings."""
+    return decode_whole(data, ArchiveReader.read_strings, "string array stream", trace)
 
 
 def read_message_body(stream):
     msg_id, count, hidden = stream.i32("message id"), stream.i32("element count"), stream.u32("hidden count")
     elements = []
-    for _ in range(max(count, 0)):
+    for index in range(max(count, 0)):
         code = stream.u8("element type")
+        stream.note("[%d] %s" % (index, type_name(code)))
         element = {"type": code}
         if code == NDK_STRING:
-            raw = stream.string("string element")
+            raw = stream.string("text")
             element["value"] = latin1(c_text(raw))
             if c_text(raw) != raw:
                 element["stored"] = latin1(raw)
         elif code == NDK_BUFFER:
-            length = stream.u32("buffer length")
-            element["value"] = {"length": length, "hex": stream.take(length, "buffer bytes").hex()}
+            length = stream.u32("length")
+            raw = stream.take(length, "bytes")
+            element["value"] = {"length": length, "hex": raw.hex()}
+            stream.note("bytes: %s" % quoted(raw) if 0 < length <= 64 else "bytes")
         else:
-            raw = stream.take(8, "scalar value")
+            raw = stream.take(8, "value")
             fmt = SCALAR_FORMATS.get(code)
             element.update(value=struct.unpack_from(fmt, raw)[0] if fmt else None, raw=raw.hex())
+            stream.note("value: %s" % element["value"] if fmt else "value bytes")
         elements.append(element)
     return {"id": msg_id, "count": count, "hidden": hidden, "elements": elements}
 
 
-def decode_message(data): return decode_whole(data, read_message_body, "message")
+def decode_message(data, trace=None):
+    """A message wire buffer: {"id", "count", "hidden", "elements": [{"type", "value", ...}]}."""
+    return decode_whole(data, read_message_body, "message", trace)
 
 
 def encode_string(raw):
@@ -243,7 +287,6 @@ def encode_message(message):
     elements = message["elements"]
     header = struct.pack("<iiI", message["id"], message.get("count", len(elements)), message["hidden"])
     return header + b"".join(encode_element(e) for e in elements)
-
 
 
 class ElementCursor:
@@ -275,8 +318,11 @@ class ElementCursor:
             raise FormatError("%s: %s" % (what, exc)) from None
 
 
-def decode_reply(data, skip=0):
-    elements = decode_message(data)["elements"]
+def decode_reply(data, skip=0, trace=None):
+    """An inventory reply (after `skip` leading elements of the host): the scan time, then for "software"
+    and "packages" the decoded maps "add", "delete", "change" (and the always empty "empty" of software)
+    and the "full" flag, 1 when no stored list was found."""
+    elements = decode_message(data, trace)["elements"]
     if skip < 0 or skip > len(elements):
         raise FormatError("cannot skip %d of %d elements" % (skip, len(elements)))
     cur = ElementCursor(elements, skip)
@@ -287,37 +333,3 @@ def decode_reply(data, skip=0):
     if cur.index != len(elements):
         raise FormatError("%d elements after the reply layout" % (len(elements) - cur.index))
     return reply
-
-
-
-def main(argv=None):
-    parser = argparse.ArgumentParser(prog="zevreader.py", description=__doc__.split("\n")[0])
-    sub = parser.add_subparsers(dest="command", required=True)
-    for name in ("map", "strings", "message", "reply"):
-        sub.add_parser(name).add_argument("file")
-    sub.choices["reply"].add_argument("--skip", type=int, default=0, help="leading host elements to skip")
-    encode = sub.add_parser("encode-message")
-    encode.add_argument("json", help="message JSON as the message command prints it ('-' for stdin)")
-    encode.add_argument("-o", "--output", help="output file (default: standard output)")
-    args = parser.parse_args(argv)
-
-    try:
-        if args.command == "encode-message":
-            with sys.stdin if args.json == "-" else open(args.json, encoding="utf-8") as source:
-                wire = encode_message(json.load(source))
-            with open(args.output, "wb") if args.output else open(sys.stdout.fileno(), "wb", closefd=False) as out:
-                out.write(wire)
-            return 0
-        with open(args.file, "rb") as f:
-            data = f.read()
-        result = {"map": decode_map, "strings": decode_strings, "message": decode_message,
-                  "reply": lambda d: decode_reply(d, args.skip)}[args.command](data)
-    except (FormatError, OSError, ValueError, KeyError, TypeError, struct.error, RecursionError) as exc:
-        print("zevreader: %s: %s" % (args.command, exc), file=sys.stderr)
-        return 1
-    print(json.dumps(result, indent=1))
-    return 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())
