@@ -80,7 +80,7 @@ for fuzzer in "${fuzzers[@]}"; do
   status=1
   for report in "$out/$name"/report.*.log; do
     echo "---- $name: $report"
-    grep -v -E '^#[0-9]+|^INFO: |^MS: ' "$report" | tail -n 40
+    grep -v -E '^#[0-9]+|^INFO: |^MS: |NEW_FUNC' "$report" | tail -n 40
   done
   for input in "$out/$name"/*; do
     [[ $input == */report.* ]] && continue
