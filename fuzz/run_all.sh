@@ -7,7 +7,8 @@
 #
 #   fuzz/run_all.sh [SECONDS]
 # Environment: FUZZ_BUILD (default build-fuzz; configured and built when needed),
-# FUZZ_JOBS (targets at once, default 2), FUZZ_OUT (findings, default $FUZZ_BUILD/fuzz/findings).
+# FUZZ_JOBS (targets at once, default 2), FUZZ_OUT (findings, default $FUZZ_BUILD/fuzz/findings),
+# FUZZ_TARGETS (names of the targets to run, separated by blanks; default all).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -48,7 +49,13 @@ fuzz_one() {
     [[ -n $ran ]] || ran=$(grep -o '^#[0-9]*' "$log" | tail -n 1 | tr -d '#' || true)
     executions=$((executions + ${ran:-0}))
     if grep -q -E '^==[0-9]+== ?ERROR|^SUMMARY: |deadly signal|out-of-memory|malloc\(.*\) exceeds limit|ALARM: working' "$log"; then
-      cp "$log" "$findings/report.$round.log"
+      local input
+      input=$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)
+      # One report per distinct input; a seed that fails leaves the corpus, or every restart would stop at it.
+      [[ -f $findings/report.$(basename "$input").log ]] || cp "$log" "$findings/report.$(basename "$input").log"
+      if [[ -f $input ]]; then
+        for seed in "$corpus"/*; do cmp -s "$seed" "$input" && rm -f "$seed" || true; done
+      fi
     else
       break   # the time ran out without a finding
     fi
@@ -58,7 +65,8 @@ fuzz_one() {
 
 fuzzers=()
 for fuzzer in "$build"/fuzz/fuzz_*; do
-  [[ -x $fuzzer && -f $fuzzer ]] && fuzzers+=("$fuzzer")
+  [[ -x $fuzzer && -f $fuzzer ]] || continue
+  [[ -z ${FUZZ_TARGETS:-} || " $FUZZ_TARGETS " == *" $(basename "$fuzzer") "* ]] && fuzzers+=("$fuzzer")
 done
 echo "fuzzing ${#fuzzers[@]} targets for $seconds s each, $jobs at a time"
 for fuzzer in "${fuzzers[@]}"; do
@@ -72,20 +80,33 @@ printf '%-18s %12s  %s\n' target executions result
 for fuzzer in "${fuzzers[@]}"; do
   name=$(basename "$fuzzer")
   read -r executions found <"$work/$name.result"
+  if ((executions == 0)); then
+    printf '%-18s %12s  %s\n' "$name" "$executions" "did not run; see $fuzzer -help=1"
+    status=1
+    continue
+  fi
   if ((found == 0)); then
     printf '%-18s %12s  %s\n' "$name" "$executions" "ok, nothing found"
     continue
   fi
-  printf '%-18s %12s  %s\n' "$name" "$executions" "$found finding(s): $(cd "$out/$name" && ls -I 'report.*' | tr '\n' ' ')"
+  printf '%-18s %12s  %s\n' "$name" "$executions" "$found finding(s) in $out/$name"
   status=1
-  for report in "$out/$name"/report.*.log; do
-    echo "---- $name: $report"
-    grep -v -E '^#[0-9]+|^INFO: |^MS: |NEW_FUNC' "$report" | tail -n 40
-  done
+  # The first three findings in full: the sanitizer's error line and the top of its stack,
+  # libFuzzer's summary, and the input's first bytes.
+  shown=0
   for input in "$out/$name"/*; do
     [[ $input == */report.* ]] && continue
-    echo "---- $name: $input ($(stat -c %s "$input") bytes), first 256 bytes; reproduce with $fuzzer $input"
-    head -c 256 "$input" | od -A x -t x1z -v
+    if ((shown++ == 3)); then
+      echo "---- $name: $((found - 3)) more in $out/$name"
+      break
+    fi
+    echo "---- $name: $input ($(stat -c %s "$input") bytes); reproduce with $fuzzer $input"
+    report=$out/$name/report.$(basename "$input").log
+    if [[ -f $report ]]; then
+      grep -E -A 12 '^==[0-9]+== ?ERROR|runtime error:|^ALARM: ' "$report" | grep -v -E '^#[0-9]+|NEW_FUNC' | head -n 16 || true
+      grep -E '^SUMMARY: ' "$report" || true
+    fi
+    head -c 128 "$input" | od -A x -t x1z -v
   done
 done
 exit $status
