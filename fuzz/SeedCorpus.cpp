@@ -313,7 +313,8 @@ int main(int argc, char** argv) {
         Seed(target, "every_element_type", everyType);
     }
     Seed("fuzz_swinv_show", "swsearch.bin", swSearch);
-    Seed("fuzz_message", "empty_id_7", Bytes{7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    CNDKMessage empty(7);
+    Seed("fuzz_message", "empty_id_7", MessageBytes(empty));
 
     // Odd settings messages: the length element far beyond the block, a raw block, no
     // NUL in the text, no empty string closing the path list, and a block cut short.
