@@ -103,7 +103,7 @@ for fuzzer in "${fuzzers[@]}"; do
     echo "---- $name: $input ($(stat -c %s "$input") bytes); reproduce with $fuzzer $input"
     report=$out/$name/report.$(basename "$input").log
     if [[ -f $report ]]; then
-      grep -E -A 12 '^==[0-9]+== ?ERROR|runtime error:|^ALARM: ' "$report" | grep -v -E '^#[0-9]+|NEW_FUNC' | head -n 16 || true
+      grep -E -A 22 '^==[0-9]+== ?ERROR|runtime error:|^ALARM: ' "$report" | grep -v -E '^#[0-9]+|NEW_FUNC' | head -n 24 || true
       grep -E '^SUMMARY: ' "$report" || true
     fi
     head -c 128 "$input" | od -A x -t x1z -v
