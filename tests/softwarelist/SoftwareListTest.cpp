@@ -278,6 +278,54 @@ TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
     EXPECT_EQ(session.Stored("SWPackage.bin").size(), kFirst.size());
 }
 
+// DataSent from a second thread once a run is collecting. The mutex admits two orders only: the
+// acknowledgement stores the previous run's maps and the run compares against them (its own maps stay
+// pending), or the run compares against the old baseline and the acknowledgement then stores the run's
+// maps. Round 0 holds the list command for a second, so that the first order surely happens; later
+// rounds let the acknowledgement come later and later, up to a run's time after the start. Under ThreadSanitizer this is the race test.
+TEST(InventoryFlow, DataSentRacingARunEndsInOneOfTheTwoOrders) {
+    Session session;
+    const Strings base = {"alpha^1^A^D", "beta^1^B^D"}, pending = {"alpha^1^A^D", "gamma^1^G^D"};
+    const Strings next = {"alpha^1^A^D", "delta^1^D^D"};
+    const Strings pendingKeys = {"alpha\\D\\1", "gamma\\D\\1"}, nextKeys = {"alpha\\D\\1", "delta\\D\\1"};
+    int ackFirst = 0;
+    for (int round = 0; round < 6; ++round) {
+        CNDKMessage reply;
+        session.SetPackages(base);
+        ASSERT_EQ(session.Run(reply), 3);
+        session.Ack();
+        session.SetPackages(pending);
+        const auto start = std::chrono::steady_clock::now();
+        ASSERT_EQ(session.Run(reply = CNDKMessage()), 3);   // pending, not acknowledged
+        const auto runTime = std::chrono::steady_clock::now() - start;
+
+        session.SetPackages(next);
+        std::remove(session.fake->file("started").c_str());
+        if (round == 0) testutil::WriteFileText(session.fake->file("delay"), "1");
+        std::thread acker([&session, round, runTime] {   // from a third of a run's time late to a run's time
+            while (!FileExists(session.fake->file("started"))) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::sleep_for(runTime * std::max(round - 1, 0) / 3);
+            session.Ack();
+        });
+        ASSERT_EQ(session.Run(reply = CNDKMessage()), 3);
+        acker.join();
+        std::remove(session.fake->file("delay").c_str());
+        Reply out(reply, 0);
+        const Strings stored = session.Stored("SWPackage.bin");
+        EXPECT_EQ(Keys(out.pkAdd), Strings{"delta\\D\\1"}) << round;
+        if (Keys(out.pkDelete) == Strings{"gamma\\D\\1"}) {   // compared with the maps the acknowledgement stored
+            ++ackFirst;
+            EXPECT_EQ(stored, pendingKeys) << round;
+        } else {
+            EXPECT_EQ(Keys(out.pkDelete), Strings{"beta\\D\\1"}) << round;
+            EXPECT_EQ(stored, nextKeys) << round;
+        }
+        EXPECT_EQ(out.pkFlag, 0);
+        session.Ack();   // stores the run's maps if they are still pending; nothing is lost either way
+        EXPECT_EQ(session.Stored("SWPackage.bin"), nextKeys) << round;
+    }
+    EXPECT_GE(ackFirst, 1);
+}
 
 // A Mode 1 run on this machine's package database, read by an independent reader and compared with dpkg-query;
 // then a full run with one batch query gives the same package list bytes, package add map and log.

@@ -63,6 +63,13 @@ TEST(SwinvReply, LayoutsTheComponentNeverSends) {
     EXPECT_THROW(swinv::DecodeReply(reply, 0), swinv::ReplyFormatError);   // the host element is no scan time
     EXPECT_THROW(swinv::DecodeReply(wrongLength, 1), swinv::ReplyFormatError);
     EXPECT_THROW(swinv::DecodeReply(tooShort, 0), swinv::ReplyFormatError);
+    CNDKMessage inflated = Reply(200u << 20);   // more than its compressed block can hold
+    try {
+        swinv::DecodeReply(inflated, 1);
+        ADD_FAILURE() << "a 200 MiB length behind a small block was taken";
+    } catch (const swinv::ReplyFormatError& e) {
+        EXPECT_NE(std::string(e.what()).find("lengths do not agree"), std::string::npos) << e.what();
+    }
     reply.Add(7);   // an element after the last map
     EXPECT_THROW(swinv::DecodeReply(reply, 1), swinv::ReplyFormatError);
 }

@@ -12,6 +12,8 @@ namespace {
 
 // A map block larger than this is a corrupt length, not an inventory.
 constexpr unsigned int kMaxBlockBytes = 512u * 1024u * 1024u;
+// Worst case of the deflate format: one compressed byte inflates to at most 1032.
+constexpr unsigned long long kMaxInflateRatio = 1032;
 
 struct FreeDeleter {
     void operator()(unsigned char* block) const { std::free(block); }
@@ -52,7 +54,9 @@ public:
         unsigned int header = 0;
         m_message.GetAt(index, header);
         const unsigned int stored = m_message.GetElements().GetAt(index + 1).GetDataBuffer().GetLength();
-        if (length > kMaxBlockBytes || (header == 0 && stored != length) || (header != 0 && header != stored)) {
+        // A length its block cannot inflate to is refused before a buffer of that length is made.
+        const bool fits = header == 0 ? stored == length : header == stored && length <= stored * kMaxInflateRatio;
+        if (length > kMaxBlockBytes || !fits) {
             throw ReplyFormatError(what + ": the block's lengths do not agree (" + std::to_string(length) +
                                    " bytes announced, " + std::to_string(stored) + " stored)");
         }
