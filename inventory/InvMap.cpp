@@ -1,10 +1,9 @@
 // Inventory map: owns its records, computes difference maps by one ordered walk
-// of both maps, and persists itself. List files are replaced atomically (temporary
-// file, fsync, rename), so a crash leaves either the old or the new file.
+// of both maps, and persists itself. List files are written through ListFile.h.
 #include "InvMap.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include "ListFile.h"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -46,43 +45,6 @@ void WalkTogether(const EntryMap& a, const EntryMap* b, F&& f) {
     }
 }
 
-// Closes a descriptor when the scope ends.
-class FdGuard {
-public:
-    explicit FdGuard(int fd) : m_fd(fd) {}
-    ~FdGuard() {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    FdGuard(const FdGuard&) = delete;
-    FdGuard& operator=(const FdGuard&) = delete;
-    int get() const { return m_fd; }
-    // Closes now and reports whether close(2) succeeded.
-    bool close() {
-        const int fd = m_fd;
-        m_fd = -1;
-        return ::close(fd) == 0;
-    }
-
-private:
-    int m_fd;
-};
-
-// Removes the temporary list file unless the rename made it the real one.
-class TempFileGuard {
-public:
-    explicit TempFileGuard(std::string path) : m_path(std::move(path)) {}
-    ~TempFileGuard() {
-        if (!m_committed) ::unlink(m_path.c_str());
-    }
-    TempFileGuard(const TempFileGuard&) = delete;
-    TempFileGuard& operator=(const TempFileGuard&) = delete;
-    void commit() { m_committed = true; }
-
-private:
-    std::string m_path;
-    bool m_committed = false;
-};
-
 // CFile only prints a failed write; a list file about to replace the old one
 // must fail loudly instead, and must not lose bytes to short writes or EINTR.
 class CCheckedFile : public CFile {
@@ -116,14 +78,6 @@ protected:
         CMemFile::GrowFile(n);
     }
 };
-
-// Parent folder of a path, for the fsync that makes a rename durable.
-std::string FolderOf(const std::string& path) {
-    const auto slash = path.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    if (slash == 0) return "/";
-    return path.substr(0, slash);
-}
 
 }  // namespace
 
@@ -282,38 +236,11 @@ CObject* CInvMap::ReadOwnedValue(CArchive& ar) {
 }
 
 bool CInvMap::ToFile(std::string strFileName) {
-    // A list file reached through a link is replaced where the link points, and one
-    // that exists keeps its permission bits, as writing it in place would.
-    struct stat st;
-    if (::lstat(strFileName.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-        if (char* pResolved = ::realpath(strFileName.c_str(), nullptr)) {
-            strFileName = pResolved;
-            std::free(pResolved);
-        }
-    }
-    const bool bExists = ::stat(strFileName.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-    std::string tmpName = strFileName + ".XXXXXX";
-    // mkostemp creates the file with bits 0600, the mode of a new list file.
-    FdGuard fd(::mkostemp(&tmpName[0], O_CLOEXEC));
-    if (fd.get() < 0) return false;
-    TempFileGuard tmpGuard(tmpName);
-    if (bExists && ::fchmod(fd.get(), st.st_mode & 07777) != 0) return false;
-    {
-        CCheckedFile file(fd.get());
+    return listfile::Write(strFileName, [this](int fd) {
+        CCheckedFile file(fd);
         CArchive ar(&file, CArchive::store, 4096);
-        if (!SerializeThrough(ar)) return false;
-    }
-    if (::fsync(fd.get()) != 0) return false;
-    if (!fd.close()) return false;
-    if (::rename(tmpName.c_str(), strFileName.c_str()) != 0) return false;
-    tmpGuard.commit();
-    // Make the rename itself durable; the new file is in place either way.
-    const int dirFd = ::open(FolderOf(strFileName).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dirFd >= 0) {
-        ::fsync(dirFd);
-        ::close(dirFd);
-    }
-    return true;
+        return SerializeThrough(ar);
+    });
 }
 
 bool CInvMap::SerializeThrough(CArchive& ar) {

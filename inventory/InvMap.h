@@ -24,7 +24,7 @@ public:
     // rejects (CFileException*) values a corrupt stream would make shared or foreign.
     void Serialize(CArchive& ar) override;
 
-    // Crash-safe: writes a 0600 temporary file beside the target, fsyncs and renames it over.
+    // Crash-safe where it can be (see ListFile.h); otherwise as an in-place write.
     bool ToFile(std::string strFileName);
     // Loads into the existing contents; false (entries loaded so far kept) on any error.
     bool FromFile(std::string strFileName);

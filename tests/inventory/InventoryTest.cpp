@@ -1,18 +1,26 @@
 // Inventory records and map: sameness, differences, ownership, list-file bytes and crash-safe list files.
 #include "inventory/InvMap.h"
+#include "inventory/ListFile.h"
 #include "inventory/SoftwareObject.h"
 #include "inventory/SoftwarePackageObject.h"
 
 #include "TestUtil.h"
 
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <random>
 
@@ -211,6 +219,136 @@ TEST(ListFile, FailuresKeepTheOldFileAndLeaveNoTemporaryRewritesKeepModeAndLinks
     ASSERT_TRUE(Many(good, 3, "2").ToFile(path));
     EXPECT_EQ(fs::status(target).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
     EXPECT_TRUE(fs::is_symlink(path) && testutil::ReadFileBytes(target) == ToBytes(good));
+}
+
+// Runs `check` in a child that gave up root for user and group 65534; true when it returned true.
+static bool AsNobody(const std::function<bool()>& check) {
+    const pid_t pid = ::fork();
+    if (pid == 0)
+        ::_exit(::setgroups(0, nullptr) == 0 && ::setresgid(65534, 65534, 65534) == 0 &&
+                        ::setresuid(65534, 65534, 65534) == 0 && check() ? 0 : 1);
+    int status = 0;
+    return pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+static struct stat StatOf(const std::string& path) {
+    struct stat st {};
+    ::lstat(path.c_str(), &st);
+    return st;
+}
+
+static size_t FolderSize(const std::string& folder) {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+TEST(ListFile, ExistingFileKeepsOwnerGroupAndMode) {
+    if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another user needs root";
+    testutil::TempDir dir;
+    const std::string path = dir.file("SWList.bin");
+    CInvMap m;
+    ASSERT_TRUE(Many(m, 3, "1").ToFile(path));
+    ASSERT_TRUE(::chown(path.c_str(), 65534, 65534) == 0 && ::chmod(path.c_str(), 02750) == 0);
+    ASSERT_TRUE(Many(m, 5, "2").ToFile(path));   // the set-group-id bit also survives the change of owner
+    const struct stat st = StatOf(path);
+    EXPECT_TRUE(st.st_uid == 65534 && st.st_gid == 65534 && (st.st_mode & 07777) == 02750) << std::oct << st.st_mode;
+    EXPECT_EQ(testutil::ReadFileBytes(path), ToBytes(m));
+}
+
+TEST(ListFile, LinksAreFollowedToTargetsNotThereYet) {
+    testutil::TempDir dir;
+    testutil::MakeDirs(dir.file("data")), testutil::MakeDirs(dir.file("sub"));
+    fs::create_symlink("data/real.bin", dir.file("SWList.bin"));   // relative, dangling
+    fs::create_symlink("sub/next", dir.file("chain"));             // each relative to its own link's folder
+    fs::create_symlink("../data/chained.bin", dir.file("sub/next"));
+    fs::create_symlink("loop2", dir.file("loop1")), fs::create_symlink("loop1", dir.file("loop2"));
+    CInvMap m;
+    EXPECT_TRUE(Many(m, 2, "1").ToFile(dir.file("SWList.bin")) && m.ToFile(dir.file("chain")));
+    EXPECT_FALSE(m.ToFile(dir.file("loop1")));
+    for (const char* link : {"SWList.bin", "chain", "sub/next", "loop1", "loop2"}) EXPECT_TRUE(fs::is_symlink(dir.file(link)));
+    for (const char* target : {"data/real.bin", "data/chained.bin"}) {
+        EXPECT_EQ(testutil::ReadFileBytes(dir.file(target)), ToBytes(m)) << target;
+        EXPECT_EQ(StatOf(dir.file(target)).st_mode & 07777, 0600u) << target;
+    }
+    EXPECT_TRUE(FolderSize(dir.path()) == 6 && FolderSize(dir.file("data")) == 2 && FolderSize(dir.file("sub")) == 1);
+}
+
+TEST(ListFile, FifosAndDevicesAreWrittenInPlace) {
+    testutil::TempDir dir;
+    const std::string fifo = dir.file("SWList.bin");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    // The reader is there before the write-open, which therefore does not wait; the map fits the pipe's buffer.
+    const int reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    CInvMap m;
+    EXPECT_TRUE(Many(m, 20, "1").ToFile(fifo));
+    Bytes8 got(1 << 16);
+    got.resize(static_cast<size_t>(std::max<ssize_t>(0, ::read(reader, got.data(), got.size()))));
+    ::close(reader);
+    EXPECT_TRUE(fs::is_fifo(fifo) && got == ToBytes(m) && FolderSize(dir.path()) == 1);
+    if (::geteuid() != 0) return;   // a device node needs root, and a file system of our own that allows it
+    const std::string devices = dir.file("dev"), node = devices + "/SWPackage.bin";
+    testutil::MakeDirs(devices);
+    EXPECT_EQ(testutil::RunInPrivateMounts([&] {
+        if (::mount("tmpfs", devices.c_str(), "tmpfs", 0, "mode=0755") != 0 ||
+            ::mknod(node.c_str(), S_IFCHR | 0600, ::makedev(1, 3)) != 0)
+            return 2;
+        const bool written = m.ToFile(node);
+        const struct stat st = StatOf(node);
+        return written && S_ISCHR(st.st_mode) && st.st_rdev == ::makedev(1, 3) && FolderSize(devices) == 1 ? 0 : 1;
+    }), 0);
+}
+
+TEST(ListFile, AFileTheCallerMayNotWriteIsRefusedAndKept) {
+    if (::geteuid() != 0) GTEST_SKIP() << "acting as another user needs root";
+    testutil::TempDir dir;
+    fs::permissions(dir.path(), fs::perms::all);   // anyone could put a temporary beside it
+    const std::string path = dir.file("SWList.bin");
+    CInvMap old, next;
+    Many(next, 4, "2");
+    for (const auto& [owner, mode] : {std::pair<uid_t, mode_t>{0, 0644}, {65534, 0400}}) {
+        ASSERT_TRUE(Many(old, 3, "1").ToFile(path));
+        ASSERT_TRUE(::chown(path.c_str(), owner, owner) == 0 && ::chmod(path.c_str(), mode) == 0);
+        EXPECT_TRUE(AsNobody([&] { return !next.ToFile(path); })) << owner;
+        EXPECT_TRUE(testutil::ReadFileBytes(path) == ToBytes(old) && StatOf(path).st_uid == owner && FolderSize(dir.path()) == 1);
+    }
+}
+
+TEST(ListFile, AFolderWithoutRoomForTheTemporaryIsWrittenInPlace) {
+    if (::geteuid() != 0) GTEST_SKIP() << "acting as another user needs root";
+    testutil::TempDir dir;
+    fs::permissions(dir.path(), fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    const std::string path = dir.file("SWList.bin");
+    CInvMap old, next;
+    ASSERT_TRUE(Many(old, 30, "1").ToFile(path) && ::chown(path.c_str(), 65534, 65534) == 0);
+    Many(next, 4, "2");
+    EXPECT_TRUE(AsNobody([&] { return next.ToFile(path); }));
+    const struct stat st = StatOf(path);
+    EXPECT_TRUE(testutil::ReadFileBytes(path) == ToBytes(next) && st.st_uid == 65534 && (st.st_mode & 07777) == 0600);
+    EXPECT_EQ(FolderSize(dir.path()), 1u);
+}
+
+TEST(ListFile, LeftoverTemporariesOfThatListAreRemoved) {
+    testutil::TempDir dir;
+    const std::string path = dir.file("SWList.bin");
+    const auto temporary = [&](const std::string& chars, const std::string& list = "SWList.bin") {
+        std::string name = listfile::TemporaryPattern(list);
+        return name.replace(name.size() - 6, 6, chars);
+    };
+    // Kept: other lists' temporaries, names that only look alike, and what is no regular file.
+    const std::vector<std::string> kept = {temporary("Ab12Cd", "SWPackage.bin"), temporary("Ab12C"), temporary("Ab12Cd7"),
+                                           temporary("Ab-2Cd"), "SWList.bin.backup", "x" + temporary("Ab12Cd"),
+                                           temporary("Folder"), temporary("Linked")};
+    for (const std::string& name : {temporary("Ab12Cd"), temporary("zzzzzz")}) testutil::WriteFileText(dir.file(name), "old");
+    for (size_t i = 0; i + 2 < kept.size(); ++i) testutil::WriteFileText(dir.file(kept[i]), "keep");
+    testutil::MakeDirs(dir.file(temporary("Folder")));
+    fs::create_symlink("SWList.bin", dir.file(temporary("Linked")));
+    CInvMap m;
+    ASSERT_TRUE(Many(m, 2, "1").ToFile(path));
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir.path())) left.push_back(e.path().filename());
+    std::vector<std::string> want = kept;
+    want.push_back("SWList.bin");
+    std::sort(left.begin(), left.end()), std::sort(want.begin(), want.end());
+    EXPECT_EQ(left, want);
 }
 
 TEST(ListFile, KilledWriterLeavesOldOrNewFile) {
