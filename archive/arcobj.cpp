@@ -352,6 +352,12 @@ void CArchive::MapObject(const CObject* pOb) {
     }
 }
 
+CObject* CArchive::GetLoadedObject(std::uint32_t index) const {
+    if (!IsLoading() || !m_pLoadArray || index >= m_loadKinds.size() || m_loadKinds[index] != kindObject)
+        return nullptr;
+    return static_cast<CObject*>(m_pLoadArray->GetAt(static_cast<int>(index)));
+}
+
 void CArchive::AppendLoaded(void* p, LoadKind kind) {
     // Indices past what an int can address would only come from an absurd stream.
     if (m_mapCount >= 0x7FFFFFFFu) ThrowFileException();

@@ -78,6 +78,16 @@ public:
     void SerializeClass(const CRuntimeClass* pClassRef);
     void MapObject(const CObject* pOb);
 
+    // Loading: the number of indices taken so far, and the object created or mapped
+    // under one (null for the null index, a class or an abandoned object). A loader
+    // that owns everything created while it loads walks the indices it saw pass.
+    std::uint32_t GetLoadedCount() const { return IsLoading() ? m_mapCount : 0; }
+    CObject* GetLoadedObject(std::uint32_t index) const;
+    // Loading: the object in charge of what is created meanwhile, as set by the
+    // outermost loader that takes such charge (null when none has).
+    CObject* GetLoadOwner() const { return m_pLoadOwner; }
+    void SetLoadOwner(CObject* pOwner) { m_pLoadOwner = pOwner; }
+
     // Marks one object being loaded inside another for as long as it lives. Past the
     // nesting limit it throws CFileException*, so a hostile stream cannot exhaust the
     // stack; loaders that create objects themselves use it as ReadObject does.
@@ -140,6 +150,7 @@ private:
     bool m_bBroken = false;                     // set when a class could not be resolved
     bool m_bShortRead = false;                  // a Read delivered less than asked
     unsigned int m_nLoadDepth = 0;              // objects being loaded inside each other
+    CObject* m_pLoadOwner = nullptr;
     // Storing: object or class -> index. Only lookups happen there, never an ordered
     // walk, and an ordered map cost a large map's pass a third of its time.
     PtrIndex m_storeIndex;

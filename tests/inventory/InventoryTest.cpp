@@ -138,7 +138,13 @@ TEST(InvMap, DifferenceMapsMergeAndOwnership) {
     const Bytes8 merged = MapBytes({{"A", Pkg("a", "1")}, {"B", Pkg("b", "2")}, {"C", Sw("2", "")}});
     EXPECT_EQ(ToBytes(left += right), merged);
     EXPECT_EQ(ToBytes(right), MapBytes({{"B", Pkg("b", "2")}, {"C", Sw("2", "")}}));
-    EXPECT_EQ(ToBytes(left += left), merged);
+    // The map itself as the other side: CleanMap first, or every key common and nothing left to add.
+    CInvMap self;
+    for (int round = 0; round < 2; ++round) {
+        self.ReplaceList(&left);
+        Fill(self, {{"N", &Fill(*new CInvMap, {{"N", Pkg("n", "1")}, {"o", Pkg("o", "1")}})}, {"null", nullptr}});
+        EXPECT_EQ((round ? self += self : (self.ReplaceList(&self), self)).GetCount(), 0) << round;
+    }
     CObject* a = testutil::At<CObject>(left, "A");
     Fill(left, {{"A", a}, {"B", Pkg("b", "3")}, {"N", &Fill(*new CInvMap, {{"n", Pkg("n", "1")}})}, {"null", nullptr}});
     EXPECT_TRUE(a && left.RemoveItem("B") && !left.RemoveItem("B"));   // above, the same pointer again was kept
@@ -183,18 +189,76 @@ TEST(InvFormat, GoldenBytesOlderSchemasAndBadInput) {
     const auto with = [&](size_t i, std::uint8_t v) { Bytes8 bad = golden; return bad[i] = v, bad; };
     for (size_t i = 0; i < golden.size(); ++i)   // loaded or refused, without a sanitizer finding
         for (std::uint8_t v : {0x00, 0xFF, golden[i] ^ 0x01, golden[i] ^ 0x80}) Reload(with(i, v));
-    // A second owner for the first record, a class that is no inventory value, endless nesting.
-    Bytes backRef, foreign, deep;
-    backRef.u16(2).str("a").cls(2, "CSoftwarePackageObject").pkg("a", "1", "V", "d").str("b").u16(0x0002);
-    foreign.u16(1).str("a").cls(0, "CObList").u16(0);
+    // Endless nesting is the one stream refused beyond what the archive itself refuses.
+    Bytes deep;
     deep.u16(1).str("k").cls(1, "CInvMap");
     for (int i = 0; i < 100000; ++i) deep.u16(1).str("k").u16(0x8001);
-    EXPECT_TRUE(Reload(backRef.b).empty() && Reload(foreign.b).empty() && Reload(deep.b).empty());
+    EXPECT_TRUE(Reload(deep.b).empty());
     SetArchiveAssertHandler(previous);
     // Without the handler, those cuts end the process through the archive's one assertion.
     ASSERT_FALSE(assertingCuts.empty());
     for (size_t n : assertingCuts)
         EXPECT_DEATH(CInvMap().FromMemory(golden.data(), static_cast<int>(n)), "arcobj\\.cpp") << n;
+}
+
+TEST(InvFormat, LoadsValuesOfEveryClassSharedNestedAndLooping) {
+    // Classes and objects share one numbering from 1, in order of appearance.
+    Bytes list, map, loop, dup, self;
+    // {a: list [P#4, P#5], b: #5, c: {x: #5}}: a record inside a list, under a key and in a nested inventory map.
+    list.u16(3).str("a").cls(0, "CObList").u16(2).cls(2, "CSoftwarePackageObject").pkg("p", "1", "V", "d")
+        .u16(0x8003).pkg("q", "2", "V", "d").str("b").u16(0x0005).str("c").cls(1, "CInvMap").u16(1).str("x").u16(0x0005);
+    // {m: plain map {x: record, y: null}, s: strings [one, two]}
+    map.u16(2).str("m").cls(0, "CMapStringToOb").u16(2).str("x").cls(1, "CListObject").str("y").u16(0)
+        .str("s").cls(0, "CStringArray").u16(2).str("one").str("two");
+    // {c: L = [L, null], n: N = {p: R, q: N}, r: R}: loops, and a record shared across a nested inventory map.
+    loop.u16(3).str("c").cls(0, "CObList").u16(2).u16(0x0002).u16(0).str("n").cls(1, "CInvMap").u16(2)
+        .str("p").cls(1, "CListObject").str("q").u16(0x0004).str("r").u16(0x0006);
+    // {a: R1, "" (a again): R2, b: R1}: the repeated key replaces a record the stream refers to later.
+    dup.u16(3).str("a").cls(1, "CListObject").str("").u16(0x8001).str("b").u16(0x0002);
+    const Bytes8 dupLoaded = Bytes().u16(2).str("a").cls(1, "CListObject").str("b").u16(0x8001).b;
+
+    testutil::TempDir dir;
+    const ArchiveAssertHandler previous =
+        SetArchiveAssertHandler([](const char*, int) { g_assertHit = true; throw new CFileException; });
+    for (const Bytes8& in : {list.b, map.b, loop.b}) {
+        EXPECT_EQ(testutil::Hex(Reload(in)), testutil::Hex(in));
+        testutil::WriteFileBytes(dir.file("SWList.bin"), in);
+        CInvMap twice, merged, copy;
+        EXPECT_TRUE(twice.FromFile(dir.file("SWList.bin")) && twice.FromMemory(in.data(), static_cast<int>(in.size())));
+        EXPECT_EQ(ToBytes(twice), in);   // the second load replaced every value; the sanitizer counts the owners
+        const std::vector<std::string> keys = testutil::Keys(twice);
+        for (size_t first = 0; first < keys.size(); ++first) {   // removal in every rotation of the key order
+            CInvMap m;
+            ASSERT_TRUE(m.FromMemory(in.data(), static_cast<int>(in.size())));
+            for (size_t i = 0; i < keys.size(); ++i) EXPECT_TRUE(m.RemoveItem(keys[(first + i) % keys.size()]));
+            EXPECT_EQ(m.GetCount(), 0);
+            EXPECT_TRUE(m.FromMemory(in.data(), static_cast<int>(in.size())));   // loads again into the emptied map
+        }
+        twice.SetAt(keys[0], Sw("1", ""));   // the owning SetAt over a held value
+        merged.ReplaceList(&twice);            // records only, as fresh copies
+        merged += twice;
+        copy.ReplaceList(&merged);
+        EXPECT_TRUE(ToBytes(copy) == ToBytes(merged) && testutil::At<CSoftwareObject>(merged, keys[0])->m_strVersion == "1");
+        twice.CleanMap();
+        EXPECT_TRUE(twice.GetCount() == 0 && twice.FromMemory(in.data(), static_cast<int>(in.size())));
+        for (size_t n = 0; n < in.size(); ++n) EXPECT_FALSE(CInvMap().FromMemory(in.data(), static_cast<int>(n))) << n;
+    }
+    EXPECT_EQ(testutil::Hex(Reload(dup.b)), testutil::Hex(dupLoaded));
+    CInvMap had;   // a key that was there before the load: its record goes
+    Fill(had, {{"a", Pkg("a", "1")}, {"z", Pkg("z", "1")}});
+    EXPECT_TRUE(had.FromMemory(dup.b.data(), static_cast<int>(dup.b.size())));
+    EXPECT_EQ(testutil::Keys(had), (std::vector<std::string>{"a", "b", "z"}));
+    SetArchiveAssertHandler(previous);
+
+    // A map loaded through the archive's object reader can hold itself; deleting it deletes it once.
+    self.cls(1, "CInvMap").u16(1).str("k").u16(0x0002);
+    CMemFile file(self.b.data(), static_cast<unsigned int>(self.b.size()), 0);
+    CArchive ar(&file, CArchive::load, 4096);
+    CInvMap* pSelf = nullptr;
+    ar >> pSelf;
+    ASSERT_NE(pSelf, nullptr);
+    EXPECT_EQ(testutil::At<CObject>(*pSelf, "k"), pSelf);
+    delete pSelf;
 }
 
 TEST(ListFile, FailuresKeepTheOldFileAndLeaveNoTemporaryRewritesKeepModeAndLinks) {
