@@ -87,6 +87,10 @@ public:
     // outermost loader that takes such charge (null when none has).
     CObject* GetLoadOwner() const { return m_pLoadOwner; }
     void SetLoadOwner(CObject* pOwner) { m_pLoadOwner = pOwner; }
+    // Loading: bytes known to remain (buffered, plus the rest of a file of known
+    // length). Loaders reserve room for a stored count no larger than this allows,
+    // so a count that claims more than the data holds costs no memory.
+    std::uint64_t GetBytesKnownLeft();
 
     // Marks one object being loaded inside another for as long as it lives. Past the
     // nesting limit it throws CFileException*, so a hostile stream cannot exhaust the
@@ -151,6 +155,10 @@ private:
     bool m_bShortRead = false;                  // a Read delivered less than asked
     unsigned int m_nLoadDepth = 0;              // objects being loaded inside each other
     CObject* m_pLoadOwner = nullptr;
+    std::uint64_t m_nFileRead = 0;              // bytes taken from the file while loading
+    std::uint64_t m_nFileEnd = 0;               // m_nFileRead at the file's end, once known
+    bool m_bFileEndKnown = false;
+    bool m_bFileEndTried = false;
     // Storing: object or class -> index. Only lookups happen there, never an ordered
     // walk, and an ordered map cost a large map's pass a third of its time.
     PtrIndex m_storeIndex;
