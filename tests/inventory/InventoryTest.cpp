@@ -203,10 +203,12 @@ TEST(InvFormat, GoldenBytesOlderSchemasAndBadInput) {
 
 TEST(InvFormat, LoadsValuesOfEveryClassSharedNestedAndLooping) {
     // Classes and objects share one numbering from 1, in order of appearance.
-    Bytes list, map, loop, dup, self;
+    Bytes list, inner, map, loop, dup, self;
     // {a: list [P#4, P#5], b: #5, c: {x: #5}}: a record inside a list, under a key and in a nested inventory map.
     list.u16(3).str("a").cls(0, "CObList").u16(2).cls(2, "CSoftwarePackageObject").pkg("p", "1", "V", "d")
         .u16(0x8003).pkg("q", "2", "V", "d").str("b").u16(0x0005).str("c").cls(1, "CInvMap").u16(1).str("x").u16(0x0005);
+    // {a: R, b: {x: R}}: all fresh, but the nested inventory map refers to a record of the outer one.
+    inner.u16(2).str("a").cls(1, "CListObject").str("b").cls(1, "CInvMap").u16(1).str("x").u16(0x0002);
     // {m: plain map {x: record, y: null}, s: strings [one, two]}
     map.u16(2).str("m").cls(0, "CMapStringToOb").u16(2).str("x").cls(1, "CListObject").str("y").u16(0)
         .str("s").cls(0, "CStringArray").u16(2).str("one").str("two");
@@ -220,7 +222,7 @@ TEST(InvFormat, LoadsValuesOfEveryClassSharedNestedAndLooping) {
     testutil::TempDir dir;
     const ArchiveAssertHandler previous =
         SetArchiveAssertHandler([](const char*, int) { g_assertHit = true; throw new CFileException; });
-    for (const Bytes8& in : {list.b, map.b, loop.b}) {
+    for (const Bytes8& in : {list.b, inner.b, map.b, loop.b}) {
         EXPECT_EQ(testutil::Hex(Reload(in)), testutil::Hex(in));
         testutil::WriteFileBytes(dir.file("SWList.bin"), in);
         CInvMap twice, merged, copy;
@@ -333,6 +335,8 @@ TEST(ListFile, LinksAreFollowedToTargetsNotThereYet) {
         EXPECT_EQ(testutil::ReadFileBytes(dir.file(target)), ToBytes(m)) << target;
         EXPECT_EQ(StatOf(dir.file(target)).st_mode & 07777, 0600u) << target;
     }
+    const ino_t before = StatOf(dir.file("data/chained.bin")).st_ino;   // now there, the target is replaced whole
+    EXPECT_TRUE(m.ToFile(dir.file("chain")) && StatOf(dir.file("data/chained.bin")).st_ino != before);
     EXPECT_TRUE(FolderSize(dir.path()) == 6 && FolderSize(dir.file("data")) == 2 && FolderSize(dir.file("sub")) == 1);
 }
 
