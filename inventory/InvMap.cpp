@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <vector>
 
 IMPLEMENT_PERSISTENT(CInvMap, CMapStringToOb, 1)

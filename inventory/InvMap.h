@@ -21,8 +21,8 @@ public:
     CInvMap(const CInvMap&) = delete;
     CInvMap& operator=(const CInvMap&) = delete;
 
-    // Owning SetAt: a record replaced by a different pointer is destroyed; the map
-    // then owns `newValue`. (Hides the non-owning base version.)
+    // Owning SetAt: a value replaced by a different pointer is destroyed (one a load
+    // created stays with its graph); the map then owns `newValue`. (Hides the base version.)
     void SetAt(std::string_view key, CObject* newValue);
 
     // Loads exactly what CMapStringToOb loads, values of any class and references
