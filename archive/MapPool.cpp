@@ -23,13 +23,12 @@ std::size_t ClassOf(std::size_t size) { return size / kGrain - 1; }
 // Header of each chunk; its size keeps the blocks after it on the grain.
 struct alignas(kGrain) MapPool::Chunk {
     Chunk* pNext;
-    std::size_t nSize;
 };
 
 void MapPool::Release() {
     for (Chunk* p = m_pChunks; p;) {
         Chunk* next = p->pNext;
-        ::operator delete(p, p->nSize);
+        ::operator delete(p);
         p = next;
     }
     std::free(m_pFree);
@@ -63,7 +62,6 @@ void* MapPool::Carve(std::size_t size) {
         const std::size_t chunkSize = std::size_t{1} << shift;
         auto* chunk = static_cast<Chunk*>(::operator new(chunkSize));
         chunk->pNext = m_pChunks;
-        chunk->nSize = chunkSize;
         m_pChunks = chunk;
         m_pNext = reinterpret_cast<unsigned char*>(chunk) + sizeof(Chunk);
         m_nLeft = static_cast<std::uint32_t>(chunkSize - sizeof(Chunk));
