@@ -46,8 +46,9 @@ bool CMapStringToOb::RemoveKey(std::string_view key) {
 }
 
 void CMapStringToOb::RemoveAll() {
+    m_pool.BeginRelease();
     m_map.clear();
-    m_pool.release();   // an emptied map gives its memory back
+    m_pool.Release();   // an emptied map gives its memory back
     m_bIterValid = false;
 }
 

@@ -1,9 +1,11 @@
 // Ordered map from byte-string key to object pointer, iterated in ascending key
 // order through one built-in index cursor (a POSITION is its address). The map
 // does not own its objects; CInvMap derives from it and does. Nodes and key bytes
-// come from the map's own pool, so a pass over a large map streams through memory.
+// come from the map's own pool, so a pass over a large map streams through memory;
+// the pool takes memory only as entries arrive.
 #pragma once
 
+#include "MapPool.h"
 #include "ObList.h"
 
 #include <map>
@@ -15,7 +17,7 @@ class CMapStringToOb : public CObject {
     DECLARE_PERSISTENT(CMapStringToOb)
 public:
     explicit CMapStringToOb(int nBlockSize = 10);
-    ~CMapStringToOb() override = default;
+    ~CMapStringToOb() override { m_pool.BeginRelease(); }   // the nodes go back with their chunks
 
     int GetCount() const { return static_cast<int>(m_map.size()); }
     bool IsEmpty() const { return m_map.empty(); }
@@ -48,9 +50,9 @@ protected:
     // Walks to entry `index`, reusing the remembered iterator when the map was not changed otherwise.
     Map::iterator Seek(std::uint32_t index);
 
-    // Nodes of one size and keys of similar lengths share chunks, filled in insertion
-    // order (key order for scans and loaded lists). Declared before the map it serves.
-    std::pmr::unsynchronized_pool_resource m_pool;
+    // Nodes and keys share chunks, filled in insertion order (key order for scans and
+    // loaded lists). Declared before the map it serves.
+    MapPool m_pool;
     Map m_map{&m_pool};
     std::uint32_t m_nCursor = 0;
 

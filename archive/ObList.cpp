@@ -5,6 +5,8 @@
 
 #include "archive/arcobj.h"
 
+#include <algorithm>
+
 IMPLEMENT_PERSISTENT(CObList, CObject, 0)
 
 // What a null or stale position yields. The slot belongs to the list (each list is
@@ -83,8 +85,11 @@ void CObList::Serialize(CArchive& ar) {
         ar.WriteCount(static_cast<std::uint32_t>(m_items.size()));
         for (CObject* ob : m_items) ar.WriteObject(ob);
     } else {
-        // Appends to what the list already holds; every element costs at least two
-        // bytes, so a bogus count runs into the end of the data, never into memory.
-        for (std::uint32_t n = ar.ReadCount(); n > 0; --n) AddTail(ar.ReadObject(nullptr));
+        // Appends to what the list already holds. Every element takes at least two
+        // bytes, so room is made for no more than the data can hold, at once: growing
+        // step by step would for a moment hold the old and the new array together.
+        std::uint32_t n = ar.ReadCount();
+        m_items.reserve(m_items.size() + std::min<std::uint64_t>(n, ar.GetBytesKnownLeft() / 2));
+        for (; n > 0; --n) AddTail(ar.ReadObject(nullptr));
     }
 }

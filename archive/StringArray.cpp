@@ -3,6 +3,8 @@
 
 #include "archive/arcobj.h"
 
+#include <algorithm>
+
 IMPLEMENT_PERSISTENT(CStringArray, CObject, 0)
 
 int CStringArray::Add(const char* newElement) {
@@ -22,8 +24,11 @@ void CStringArray::Serialize(CArchive& ar) {
         for (const std::string& s : m_items) ar << s;
     } else {
         m_items.clear();
-        // Never reserve by the stored count: it is untrusted until the strings arrive.
-        for (std::uint32_t n = ar.ReadCount(); n > 0; --n) {
+        // Room for the stored count, but never for more strings than the data can hold
+        // (each takes a byte at least), so a bogus count costs nothing.
+        std::uint32_t n = ar.ReadCount();
+        m_items.reserve(std::min<std::uint64_t>(n, ar.GetBytesKnownLeft()));
+        for (; n > 0; --n) {
             std::string s;
             ar >> s;
             m_items.push_back(std::move(s));

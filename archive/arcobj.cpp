@@ -115,6 +115,7 @@ void CArchive::FillBuffer(unsigned int nBytesNeeded) {
     while (m_file && m_bufferEnd < bufferMax && arrived < nBytesNeeded) {
         const long n = m_file->Read(m_bufferEnd, static_cast<unsigned int>(bufferMax - m_bufferEnd));
         if (n <= 0) break;
+        m_nFileRead += static_cast<std::uint64_t>(n);
         m_bufferEnd += n;
         arrived += static_cast<unsigned long long>(n);
     }
@@ -168,6 +169,7 @@ unsigned int CArchive::ReadBuffered(void* lpBuf, unsigned int nMax) {
     while (got < direct) {
         const long n = m_file->Read(dst + got, direct - got);
         if (n <= 0) break;
+        m_nFileRead += static_cast<std::uint64_t>(n);
         got += static_cast<unsigned int>(n);
     }
     dst += got;
@@ -181,6 +183,7 @@ unsigned int CArchive::ReadBuffered(void* lpBuf, unsigned int nMax) {
         while (filled < remaining) {
             const long n = m_file->Read(m_bufferStart + filled, m_bufferSize - filled);
             if (n <= 0) break;
+            m_nFileRead += static_cast<std::uint64_t>(n);
             filled += static_cast<unsigned int>(n);
             if (filled == m_bufferSize) break;
         }
@@ -191,6 +194,25 @@ unsigned int CArchive::ReadBuffered(void* lpBuf, unsigned int nMax) {
         remaining -= take;
     }
     return nMax - remaining;
+}
+
+std::uint64_t CArchive::GetBytesKnownLeft() {
+    if (!IsLoading()) return 0;
+    const std::uint64_t buffered = static_cast<std::uint64_t>(m_bufferEnd - m_bufferPos);
+    if (!m_file) return buffered;
+    if (!m_bFileEndTried) {
+        // Asked once per archive: for a disk file each question costs system calls.
+        m_bFileEndTried = true;
+        const unsigned long long pos = m_file->GetPosition();
+        const unsigned long long len = m_file->GetLength();
+        if (pos != ~0ull && len != ~0ull && len >= pos) {
+            m_nFileEnd = m_nFileRead + (len - pos);
+            m_bFileEndKnown = true;
+        }
+    }
+    // A pipe has no length: only what is buffered is known to be there.
+    if (!m_bFileEndKnown) return buffered;
+    return buffered + (m_nFileEnd > m_nFileRead ? m_nFileEnd - m_nFileRead : 0);
 }
 
 void CArchive::PutBytes(const unsigned char* p, unsigned int n) {
@@ -350,6 +372,12 @@ void CArchive::MapObject(const CObject* pOb) {
         }
         if (pOb) AppendLoaded(const_cast<CObject*>(pOb), kindObject);
     }
+}
+
+CObject* CArchive::GetLoadedObject(std::uint32_t index) const {
+    if (!IsLoading() || !m_pLoadArray || index >= m_loadKinds.size() || m_loadKinds[index] != kindObject)
+        return nullptr;
+    return static_cast<CObject*>(m_pLoadArray->GetAt(static_cast<int>(index)));
 }
 
 void CArchive::AppendLoaded(void* p, LoadKind kind) {

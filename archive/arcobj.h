@@ -78,6 +78,20 @@ public:
     void SerializeClass(const CRuntimeClass* pClassRef);
     void MapObject(const CObject* pOb);
 
+    // Loading: the number of indices taken so far, and the object created or mapped
+    // under one (null for the null index, a class or an abandoned object). A loader
+    // that owns everything created while it loads walks the indices it saw pass.
+    std::uint32_t GetLoadedCount() const { return IsLoading() ? m_mapCount : 0; }
+    CObject* GetLoadedObject(std::uint32_t index) const;
+    // Loading: the object in charge of what is created meanwhile, as set by the
+    // outermost loader that takes such charge (null when none has).
+    CObject* GetLoadOwner() const { return m_pLoadOwner; }
+    void SetLoadOwner(CObject* pOwner) { m_pLoadOwner = pOwner; }
+    // Loading: bytes known to remain (buffered, plus the rest of a file of known
+    // length). Loaders reserve room for a stored count no larger than this allows,
+    // so a count that claims more than the data holds costs no memory.
+    std::uint64_t GetBytesKnownLeft();
+
     // Marks one object being loaded inside another for as long as it lives. Past the
     // nesting limit it throws CFileException*, so a hostile stream cannot exhaust the
     // stack; loaders that create objects themselves use it as ReadObject does.
@@ -140,6 +154,11 @@ private:
     bool m_bBroken = false;                     // set when a class could not be resolved
     bool m_bShortRead = false;                  // a Read delivered less than asked
     unsigned int m_nLoadDepth = 0;              // objects being loaded inside each other
+    CObject* m_pLoadOwner = nullptr;
+    std::uint64_t m_nFileRead = 0;              // bytes taken from the file while loading
+    std::uint64_t m_nFileEnd = 0;               // m_nFileRead at the file's end, once known
+    bool m_bFileEndKnown = false;
+    bool m_bFileEndTried = false;
     // Storing: object or class -> index. Only lookups happen there, never an ordered
     // walk, and an ordered map cost a large map's pass a third of its time.
     PtrIndex m_storeIndex;

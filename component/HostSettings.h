@@ -4,7 +4,6 @@
 // undefined in the library; they must keep default visibility to bind at load time.
 #pragma once
 
-#include <memory>
 #include <string>
 
 namespace zev {
@@ -14,14 +13,27 @@ public:
     Settings_t();   // defined by the host
     std::string getHomePath() const;   // defined by the host
 
-    // The host's private state, filled by the host's constructor; the component only
-    // destroys it, so the layout is shared here.
-    struct Impl {
-        std::string homePath;
-    };
+    // The host's private state: the host defines it and fills it in its constructor.
+    // The component never sees its layout, so it never runs its destructor.
+    struct Impl;
 
 private:
-    std::unique_ptr<Impl> m_pImpl;
+    // Holds the host's Impl: one pointer, as the host's own layout of this class has.
+    class ImplHolder {
+    public:
+        explicit ImplHolder(Impl* pImpl = nullptr) : m_pImpl(pImpl) {}
+        // Left to the process's end: freeing it without its destructor leaks its members and suits only a plain new.
+        ~ImplHolder() = default;
+        ImplHolder(const ImplHolder&) = delete;
+        ImplHolder& operator=(const ImplHolder&) = delete;
+        Impl* get() const { return m_pImpl; }
+        Impl* operator->() const { return m_pImpl; }
+
+    private:
+        Impl* m_pImpl;
+    };
+
+    ImplHolder m_pImpl;
 };
 
 template <typename T>

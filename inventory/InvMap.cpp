@@ -1,16 +1,26 @@
 // Inventory map: owns its records, computes difference maps by one ordered walk
-// of both maps, and persists itself. List files are replaced atomically (temporary
-// file, fsync, rename), so a crash leaves either the old or the new file.
+// of both maps, and persists itself. List files are written through ListFile.h.
+//
+// Ownership of loaded values. A stream may hold any registered class as a value,
+// share one object under several keys or inside lists, nest maps and lists, and
+// even loop (an object takes its index before its contents load). The map that
+// loads a stream at the outermost level therefore keeps every object the stream
+// creates in its graph, destroyed once when the map is emptied or destroyed; maps
+// loaded inside it only refer to their values. Entries never destroy a held value.
+// The common stream, one fresh record per new key, needs no graph: each record
+// then simply belongs to its entry, as records put in by code do.
 #include "InvMap.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include "ListFile.h"
+
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <map>
+#include <functional>
+#include <iterator>
 #include <vector>
 
 IMPLEMENT_PERSISTENT(CInvMap, CMapStringToOb, 1)
@@ -46,43 +56,6 @@ void WalkTogether(const EntryMap& a, const EntryMap* b, F&& f) {
     }
 }
 
-// Closes a descriptor when the scope ends.
-class FdGuard {
-public:
-    explicit FdGuard(int fd) : m_fd(fd) {}
-    ~FdGuard() {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    FdGuard(const FdGuard&) = delete;
-    FdGuard& operator=(const FdGuard&) = delete;
-    int get() const { return m_fd; }
-    // Closes now and reports whether close(2) succeeded.
-    bool close() {
-        const int fd = m_fd;
-        m_fd = -1;
-        return ::close(fd) == 0;
-    }
-
-private:
-    int m_fd;
-};
-
-// Removes the temporary list file unless the rename made it the real one.
-class TempFileGuard {
-public:
-    explicit TempFileGuard(std::string path) : m_path(std::move(path)) {}
-    ~TempFileGuard() {
-        if (!m_committed) ::unlink(m_path.c_str());
-    }
-    TempFileGuard(const TempFileGuard&) = delete;
-    TempFileGuard& operator=(const TempFileGuard&) = delete;
-    void commit() { m_committed = true; }
-
-private:
-    std::string m_path;
-    bool m_committed = false;
-};
-
 // CFile only prints a failed write; a list file about to replace the old one
 // must fail loudly instead, and must not lose bytes to short writes or EINTR.
 class CCheckedFile : public CFile {
@@ -117,13 +90,36 @@ protected:
     }
 };
 
-// Parent folder of a path, for the fsync that makes a rename durable.
-std::string FolderOf(const std::string& path) {
-    const auto slash = path.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    if (slash == 0) return "/";
-    return path.substr(0, slash);
+}  // namespace
+
+// Objects a load left beyond plain records (see the top of this file).
+struct CInvMap::Graph {
+    std::vector<CObject*> owned;           // created by loads; destroyed with the graph
+    std::vector<const CObject*> foreign;   // created before the load that referred to them
+    bool Holds(const CObject* p) const {
+        const std::less<const CObject*> less;
+        return std::binary_search(owned.begin(), owned.end(), p, less) ||
+               std::binary_search(foreign.begin(), foreign.end(), p, less);
+    }
+};
+
+namespace {
+
+// Merges the ascending `more` into the ascending `into`.
+template <class T, class U>
+void MergeSorted(std::vector<T>& into, const std::vector<U>& more) {
+    std::vector<T> merged;
+    merged.reserve(into.size() + more.size());
+    std::merge(into.begin(), into.end(), more.begin(), more.end(), std::back_inserter(merged),
+               std::less<const CObject*>());
+    into.swap(merged);
 }
+
+// Clears the archive's load owner when the outermost loader leaves, however it leaves.
+struct LoadOwnerScope {
+    CArchive& ar;
+    ~LoadOwnerScope() { ar.SetLoadOwner(nullptr); }
+};
 
 }  // namespace
 
@@ -131,10 +127,22 @@ CInvMap::CInvMap() : CMapStringToOb(10) {}
 
 CInvMap::~CInvMap() { CleanMap(); }
 
+bool CInvMap::IsHeld(const CObject* pValue) const { return m_pGraph && m_pGraph->Holds(pValue); }
+
 void CInvMap::DestroyValue(CObject* pValue) {
-    if (!pValue) return;
+    if (!pValue || IsHeld(pValue)) return;
     if (pValue->IsKindOf(CLASS_RECORD(CInvMap))) static_cast<CInvMap*>(pValue)->CleanMap();
     delete pValue;
+}
+
+void CInvMap::ReleaseGraph() {
+    const std::unique_ptr<Graph> graph = std::move(m_pGraph);
+    if (!graph) return;
+    // Inventory maps among them would destroy their values, which the graph holds
+    // itself: strip them all before the first goes. Other objects own nothing shared.
+    for (CObject* p : graph->owned)
+        if (p->IsKindOf(CLASS_RECORD(CInvMap))) static_cast<CInvMap*>(p)->CMapStringToOb::RemoveAll();
+    for (CObject* p : graph->owned) delete p;
 }
 
 CObject* CInvMap::CopyRecord(CObject* pValue) {
@@ -163,12 +171,18 @@ void CInvMap::CleanMap() {
     for (const auto& e : m_map) values.push_back(e.second);
     RemoveAll();
     for (CObject* p : values) DestroyValue(p);
+    ReleaseGraph();
 }
 
 bool CInvMap::RemoveItem(std::string strKey) {
     CObject* pValue = nullptr;
     if (!Lookup(strKey, pValue)) return false;
     RemoveKey(strKey);
+    if (IsHeld(pValue)) {
+        // Loaded objects may be referred to from elsewhere: they stay until the map is empty.
+        if (m_map.empty()) ReleaseGraph();
+        return true;
+    }
     // Only the same-named entry of a nested map goes; the nested map is then destroyed anyway.
     if (pValue && pValue->IsKindOf(CLASS_RECORD(CInvMap)))
         static_cast<CInvMap*>(pValue)->RemoveItem(strKey);
@@ -177,8 +191,7 @@ bool CInvMap::RemoveItem(std::string strKey) {
 }
 
 void CInvMap::ReplaceList(const CInvMap* pSource) {
-    if (pSource == this) return;   // cleaning first would destroy the source
-    CleanMap();
+    CleanMap();   // the map itself as source: nothing is left to copy
     if (!pSource) return;
     for (const auto& e : pSource->m_map)
         if (CObject* pCopy = CopyRecord(e.second)) SetAt(e.first, pCopy);
@@ -219,8 +232,8 @@ bool CInvMap::CreateChangeMap(const CInvMap* pOther, CInvMap* pResult) {
 }
 
 CInvMap& CInvMap::operator+=(CInvMap& other) {
-    if (&other == this) return *this;
-    // Removing the entry just visited leaves the following iterator valid.
+    // Removing the entry just visited leaves the following iterators valid, also when
+    // `other` is this map and both walks stand on the same entries.
     auto it = m_map.begin();
     auto io = other.m_map.begin();
     while (it != m_map.end() && io != other.m_map.end()) {
@@ -245,75 +258,85 @@ void CInvMap::Serialize(CArchive& ar) {
         CMapStringToOb::Serialize(ar);
         return;
     }
-    CObject::Serialize(ar);
-    const std::uint32_t nCount = ar.ReadCount();
-    // One key variable for all pairs: a key stored empty repeats the previous one.
-    std::string key;
-    for (std::uint32_t i = 0; i < nCount; ++i) {
-        ar >> key;
-        SetAt(key, ReadOwnedValue(ar));
+    if (!ar.GetLoadOwner()) {
+        LoadOwning(ar);
+        return;
+    }
+    // Inside another map's stream: that map keeps what the stream creates and this one
+    // only refers to its values. A failed load leaves it empty, so that deleting it
+    // destroys nothing the outer map holds.
+    try {
+        CMapStringToOb::Serialize(ar);
+    } catch (...) {
+        CMapStringToOb::RemoveAll();
+        throw;
     }
 }
 
-CObject* CInvMap::ReadOwnedValue(CArchive& ar) {
-    // Endless nesting in a corrupt (or hostile) stream is refused, not recursed.
-    CArchive::NestingScope nesting(ar);
-    std::uint32_t nTag = 0xFFFFFFFF;
-    CRuntimeClass* pClass = ar.ReadClass(nullptr, nullptr, &nTag);
-    if (!pClass) {
-        if (nTag == 0) return nullptr;
-        // A reference to an earlier object would make two owners; an unknown class ends the stream.
-        throw new CFileException;
-    }
-    if (!pClass->IsDerivedFrom(CLASS_RECORD(CListObject)) && !pClass->IsDerivedFrom(CLASS_RECORD(CInvMap)))
-        throw new CFileException;
-    CObject* pOb = pClass->CreateObject();
-    if (!pOb) throw new CFileException;
-    // The object takes its index before its own contents, as ReadObject numbers them.
-    // If loading fails the archive is abandoned, so its slot never serves a reference.
-    ar.MapObject(pOb);
+void CInvMap::LoadOwning(CArchive& ar) {
+    CObject::Serialize(ar);
+    const std::uint32_t nFirst = ar.GetLoadedCount();
+    ar.SetLoadOwner(this);
+    const LoadOwnerScope scope{ar};
+    bool bPlain = true;               // so far each value is null or a fresh record under a new key
+    std::vector<CObject*> linked;     // values that were not created by their own read
+    std::vector<CObject*> replaced;   // values a repeated key pushed out
     try {
-        pOb->Serialize(ar);   // the schema ReadClass found is waiting in the archive
+        // As CMapStringToOb: one key variable for all pairs, so a key stored empty
+        // repeats the previous one; a repeated key replaces the value.
+        std::string key;
+        for (std::uint32_t n = ar.ReadCount(); n > 0; --n) {
+            ar >> key;
+            const std::uint32_t nBefore = ar.GetLoadedCount();
+            CObject* pValue = ar.ReadObject(nullptr);
+            const std::uint32_t nAfter = ar.GetLoadedCount();
+            // The last object created by this read is the value itself only when the
+            // value created nothing inside it.
+            const bool bFresh = nAfter > nBefore && ar.GetLoadedObject(nAfter - 1) == pValue;
+            if (pValue && !bFresh) linked.push_back(pValue);
+            if (pValue && !(bFresh && pValue->IsKindOf(CLASS_RECORD(CListObject)))) bPlain = false;
+            CObject* pOld = nullptr;
+            if (Lookup(key, pOld)) {
+                bPlain = false;
+                replaced.push_back(pOld);
+            }
+            CMapStringToOb::SetAt(key, pValue);
+        }
     } catch (...) {
-        DestroyValue(pOb);
+        Adopt(ar, nFirst, linked, replaced);
         throw;
     }
-    return pOb;
+    if (!bPlain) Adopt(ar, nFirst, linked, replaced);
+}
+
+void CInvMap::Adopt(CArchive& ar, std::uint32_t nFirst, const std::vector<CObject*>& linked,
+                    const std::vector<CObject*>& replaced) {
+    const std::less<const CObject*> less;
+    std::vector<CObject*> created;
+    const std::uint32_t nEnd = ar.GetLoadedCount();
+    for (std::uint32_t i = nFirst; i < nEnd; ++i)
+        if (CObject* p = ar.GetLoadedObject(i)) created.push_back(p);
+    std::sort(created.begin(), created.end(), less);
+    std::vector<const CObject*> outside;
+    for (CObject* p : linked)
+        if (!std::binary_search(created.begin(), created.end(), p, less)) outside.push_back(p);
+    std::sort(outside.begin(), outside.end(), less);
+    outside.erase(std::unique(outside.begin(), outside.end()), outside.end());
+
+    if (!m_pGraph) m_pGraph = std::make_unique<Graph>();
+    MergeSorted(m_pGraph->owned, created);
+    MergeSorted(m_pGraph->foreign, outside);
+    // A value pushed out is either held now or a record the map had before this load,
+    // which nothing in the stream can refer to.
+    for (CObject* p : replaced) DestroyValue(p);
 }
 
 bool CInvMap::ToFile(std::string strFileName) {
-    // A list file reached through a link is replaced where the link points, and one
-    // that exists keeps its permission bits, as writing it in place would.
-    struct stat st;
-    if (::lstat(strFileName.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-        if (char* pResolved = ::realpath(strFileName.c_str(), nullptr)) {
-            strFileName = pResolved;
-            std::free(pResolved);
-        }
-    }
-    const bool bExists = ::stat(strFileName.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-    std::string tmpName = strFileName + ".XXXXXX";
-    // mkostemp creates the file with bits 0600, the mode of a new list file.
-    FdGuard fd(::mkostemp(&tmpName[0], O_CLOEXEC));
-    if (fd.get() < 0) return false;
-    TempFileGuard tmpGuard(tmpName);
-    if (bExists && ::fchmod(fd.get(), st.st_mode & 07777) != 0) return false;
-    {
-        CCheckedFile file(fd.get());
+    return listfile::Write(strFileName, [this](int fd) {
+        CCheckedFile file(fd);
         CArchive ar(&file, CArchive::store, 4096);
-        if (!SerializeThrough(ar)) return false;
-    }
-    if (::fsync(fd.get()) != 0) return false;
-    if (!fd.close()) return false;
-    if (::rename(tmpName.c_str(), strFileName.c_str()) != 0) return false;
-    tmpGuard.commit();
-    // Make the rename itself durable; the new file is in place either way.
-    const int dirFd = ::open(FolderOf(strFileName).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dirFd >= 0) {
-        ::fsync(dirFd);
-        ::close(dirFd);
-    }
-    return true;
+        return SerializeThrough(ar);
+    });
 }
 
 bool CInvMap::SerializeThrough(CArchive& ar) {

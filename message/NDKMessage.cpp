@@ -392,9 +392,12 @@ void CNDKMessage::Serialize(CArchive& ar) {
         m_nCurrentIndex = 0;
         return;
     }
-    // The list grows as elements arrive rather than being sized to the count up
-    // front, so a corrupt count costs no memory; the end result is the same.
+    // Room for the count is made at once, but never for more elements than the data
+    // can hold (each takes two bytes at least), so a corrupt count costs no memory.
     const int nPresent = m_elements.GetSize();
+    if (nCount > nPresent)
+        m_elements.Reserve(nPresent + static_cast<int>(std::min<std::uint64_t>(
+                                          static_cast<unsigned int>(nCount - nPresent), ar.GetBytesKnownLeft() / 2)));
     for (int i = 0; i < nCount; ++i) {
         CNDKMessageData element;
         element.Serialize(ar);

@@ -1,18 +1,26 @@
 // Inventory records and map: sameness, differences, ownership, list-file bytes and crash-safe list files.
 #include "inventory/InvMap.h"
+#include "inventory/ListFile.h"
 #include "inventory/SoftwareObject.h"
 #include "inventory/SoftwarePackageObject.h"
 
 #include "TestUtil.h"
 
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <random>
 
@@ -130,7 +138,13 @@ TEST(InvMap, DifferenceMapsMergeAndOwnership) {
     const Bytes8 merged = MapBytes({{"A", Pkg("a", "1")}, {"B", Pkg("b", "2")}, {"C", Sw("2", "")}});
     EXPECT_EQ(ToBytes(left += right), merged);
     EXPECT_EQ(ToBytes(right), MapBytes({{"B", Pkg("b", "2")}, {"C", Sw("2", "")}}));
-    EXPECT_EQ(ToBytes(left += left), merged);
+    // The map itself as the other side: CleanMap first, or every key common and nothing left to add.
+    CInvMap self;
+    for (int round = 0; round < 2; ++round) {
+        self.ReplaceList(&left);
+        Fill(self, {{"N", &Fill(*new CInvMap, {{"N", Pkg("n", "1")}, {"o", Pkg("o", "1")}})}, {"null", nullptr}});
+        EXPECT_EQ((round ? self += self : (self.ReplaceList(&self), self)).GetCount(), 0) << round;
+    }
     CObject* a = testutil::At<CObject>(left, "A");
     Fill(left, {{"A", a}, {"B", Pkg("b", "3")}, {"N", &Fill(*new CInvMap, {{"n", Pkg("n", "1")}})}, {"null", nullptr}});
     EXPECT_TRUE(a && left.RemoveItem("B") && !left.RemoveItem("B"));   // above, the same pointer again was kept
@@ -175,18 +189,78 @@ TEST(InvFormat, GoldenBytesOlderSchemasAndBadInput) {
     const auto with = [&](size_t i, std::uint8_t v) { Bytes8 bad = golden; return bad[i] = v, bad; };
     for (size_t i = 0; i < golden.size(); ++i)   // loaded or refused, without a sanitizer finding
         for (std::uint8_t v : {0x00, 0xFF, golden[i] ^ 0x01, golden[i] ^ 0x80}) Reload(with(i, v));
-    // A second owner for the first record, a class that is no inventory value, endless nesting.
-    Bytes backRef, foreign, deep;
-    backRef.u16(2).str("a").cls(2, "CSoftwarePackageObject").pkg("a", "1", "V", "d").str("b").u16(0x0002);
-    foreign.u16(1).str("a").cls(0, "CObList").u16(0);
+    // Endless nesting is the one stream refused beyond what the archive itself refuses.
+    Bytes deep;
     deep.u16(1).str("k").cls(1, "CInvMap");
     for (int i = 0; i < 100000; ++i) deep.u16(1).str("k").u16(0x8001);
-    EXPECT_TRUE(Reload(backRef.b).empty() && Reload(foreign.b).empty() && Reload(deep.b).empty());
+    EXPECT_TRUE(Reload(deep.b).empty());
     SetArchiveAssertHandler(previous);
     // Without the handler, those cuts end the process through the archive's one assertion.
     ASSERT_FALSE(assertingCuts.empty());
     for (size_t n : assertingCuts)
         EXPECT_DEATH(CInvMap().FromMemory(golden.data(), static_cast<int>(n)), "arcobj\\.cpp") << n;
+}
+
+TEST(InvFormat, LoadsValuesOfEveryClassSharedNestedAndLooping) {
+    // Classes and objects share one numbering from 1, in order of appearance.
+    Bytes list, inner, map, loop, dup, self;
+    // {a: list [P#4, P#5], b: #5, c: {x: #5}}: a record inside a list, under a key and in a nested inventory map.
+    list.u16(3).str("a").cls(0, "CObList").u16(2).cls(2, "CSoftwarePackageObject").pkg("p", "1", "V", "d")
+        .u16(0x8003).pkg("q", "2", "V", "d").str("b").u16(0x0005).str("c").cls(1, "CInvMap").u16(1).str("x").u16(0x0005);
+    // {a: R, b: {x: R}}: all fresh, but the nested inventory map refers to a record of the outer one.
+    inner.u16(2).str("a").cls(1, "CListObject").str("b").cls(1, "CInvMap").u16(1).str("x").u16(0x0002);
+    // {m: plain map {x: record, y: null}, s: strings [one, two]}
+    map.u16(2).str("m").cls(0, "CMapStringToOb").u16(2).str("x").cls(1, "CListObject").str("y").u16(0)
+        .str("s").cls(0, "CStringArray").u16(2).str("one").str("two");
+    // {c: L = [L, null], n: N = {p: R, q: N}, r: R}: loops, and a record shared across a nested inventory map.
+    loop.u16(3).str("c").cls(0, "CObList").u16(2).u16(0x0002).u16(0).str("n").cls(1, "CInvMap").u16(2)
+        .str("p").cls(1, "CListObject").str("q").u16(0x0004).str("r").u16(0x0006);
+    // {a: R1, "" (a again): R2, b: R1}: the repeated key replaces a record the stream refers to later.
+    dup.u16(3).str("a").cls(1, "CListObject").str("").u16(0x8001).str("b").u16(0x0002);
+    const Bytes8 dupLoaded = Bytes().u16(2).str("a").cls(1, "CListObject").str("b").u16(0x8001).b;
+
+    testutil::TempDir dir;
+    const ArchiveAssertHandler previous =
+        SetArchiveAssertHandler([](const char*, int) { g_assertHit = true; throw new CFileException; });
+    for (const Bytes8& in : {list.b, inner.b, map.b, loop.b}) {
+        EXPECT_EQ(testutil::Hex(Reload(in)), testutil::Hex(in));
+        testutil::WriteFileBytes(dir.file("SWList.bin"), in);
+        CInvMap twice, merged, copy;
+        EXPECT_TRUE(twice.FromFile(dir.file("SWList.bin")) && twice.FromMemory(in.data(), static_cast<int>(in.size())));
+        EXPECT_EQ(ToBytes(twice), in);   // the second load replaced every value; the sanitizer counts the owners
+        const std::vector<std::string> keys = testutil::Keys(twice);
+        for (size_t first = 0; first < keys.size(); ++first) {   // removal in every rotation of the key order
+            CInvMap m;
+            ASSERT_TRUE(m.FromMemory(in.data(), static_cast<int>(in.size())));
+            for (size_t i = 0; i < keys.size(); ++i) EXPECT_TRUE(m.RemoveItem(keys[(first + i) % keys.size()]));
+            EXPECT_EQ(m.GetCount(), 0);
+            EXPECT_TRUE(m.FromMemory(in.data(), static_cast<int>(in.size())));   // loads again into the emptied map
+        }
+        twice.SetAt(keys[0], Sw("1", ""));   // the owning SetAt over a held value
+        merged.ReplaceList(&twice);            // records only, as fresh copies
+        merged += twice;
+        copy.ReplaceList(&merged);
+        EXPECT_TRUE(ToBytes(copy) == ToBytes(merged) && testutil::At<CSoftwareObject>(merged, keys[0])->m_strVersion == "1");
+        twice.CleanMap();
+        EXPECT_TRUE(twice.GetCount() == 0 && twice.FromMemory(in.data(), static_cast<int>(in.size())));
+        for (size_t n = 0; n < in.size(); ++n) EXPECT_FALSE(CInvMap().FromMemory(in.data(), static_cast<int>(n))) << n;
+    }
+    EXPECT_EQ(testutil::Hex(Reload(dup.b)), testutil::Hex(dupLoaded));
+    CInvMap had;   // a key that was there before the load: its record goes
+    Fill(had, {{"a", Pkg("a", "1")}, {"z", Pkg("z", "1")}});
+    EXPECT_TRUE(had.FromMemory(dup.b.data(), static_cast<int>(dup.b.size())));
+    EXPECT_EQ(testutil::Keys(had), (std::vector<std::string>{"a", "b", "z"}));
+    SetArchiveAssertHandler(previous);
+
+    // A map loaded through the archive's object reader can hold itself; deleting it deletes it once.
+    self.cls(1, "CInvMap").u16(1).str("k").u16(0x0002);
+    CMemFile file(self.b.data(), static_cast<unsigned int>(self.b.size()), 0);
+    CArchive ar(&file, CArchive::load, 4096);
+    CInvMap* pSelf = nullptr;
+    ar >> pSelf;
+    ASSERT_NE(pSelf, nullptr);
+    EXPECT_EQ(testutil::At<CObject>(*pSelf, "k"), pSelf);
+    delete pSelf;
 }
 
 TEST(ListFile, FailuresKeepTheOldFileAndLeaveNoTemporaryRewritesKeepModeAndLinks) {
@@ -211,6 +285,138 @@ TEST(ListFile, FailuresKeepTheOldFileAndLeaveNoTemporaryRewritesKeepModeAndLinks
     ASSERT_TRUE(Many(good, 3, "2").ToFile(path));
     EXPECT_EQ(fs::status(target).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
     EXPECT_TRUE(fs::is_symlink(path) && testutil::ReadFileBytes(target) == ToBytes(good));
+}
+
+// Runs `check` in a child that gave up root for user and group 65534; true when it returned true.
+static bool AsNobody(const std::function<bool()>& check) {
+    const pid_t pid = ::fork();
+    if (pid == 0)
+        ::_exit(::setgroups(0, nullptr) == 0 && ::setresgid(65534, 65534, 65534) == 0 &&
+                        ::setresuid(65534, 65534, 65534) == 0 && check() ? 0 : 1);
+    int status = 0;
+    return pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+static struct stat StatOf(const std::string& path) {
+    struct stat st {};
+    ::lstat(path.c_str(), &st);
+    return st;
+}
+
+static size_t FolderSize(const std::string& folder) {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+TEST(ListFile, ExistingFileKeepsOwnerGroupAndMode) {
+    if (::geteuid() != 0) GTEST_SKIP() << "giving a file to another user needs root";
+    testutil::TempDir dir;
+    const std::string path = dir.file("SWList.bin");
+    CInvMap m;
+    ASSERT_TRUE(Many(m, 3, "1").ToFile(path));
+    ASSERT_TRUE(::chown(path.c_str(), 65534, 65534) == 0 && ::chmod(path.c_str(), 02750) == 0);
+    ASSERT_TRUE(Many(m, 5, "2").ToFile(path));   // the set-group-id bit also survives the change of owner
+    const struct stat st = StatOf(path);
+    EXPECT_TRUE(st.st_uid == 65534 && st.st_gid == 65534 && (st.st_mode & 07777) == 02750) << std::oct << st.st_mode;
+    EXPECT_EQ(testutil::ReadFileBytes(path), ToBytes(m));
+}
+
+TEST(ListFile, LinksAreFollowedToTargetsNotThereYet) {
+    testutil::TempDir dir;
+    testutil::MakeDirs(dir.file("data")), testutil::MakeDirs(dir.file("sub"));
+    fs::create_symlink("data/real.bin", dir.file("SWList.bin"));   // relative, dangling
+    fs::create_symlink("sub/next", dir.file("chain"));             // each relative to its own link's folder
+    fs::create_symlink("../data/chained.bin", dir.file("sub/next"));
+    fs::create_symlink("loop2", dir.file("loop1")), fs::create_symlink("loop1", dir.file("loop2"));
+    CInvMap m;
+    EXPECT_TRUE(Many(m, 2, "1").ToFile(dir.file("SWList.bin")) && m.ToFile(dir.file("chain")));
+    EXPECT_FALSE(m.ToFile(dir.file("loop1")));
+    for (const char* link : {"SWList.bin", "chain", "sub/next", "loop1", "loop2"}) EXPECT_TRUE(fs::is_symlink(dir.file(link)));
+    for (const char* target : {"data/real.bin", "data/chained.bin"}) {
+        EXPECT_EQ(testutil::ReadFileBytes(dir.file(target)), ToBytes(m)) << target;
+        EXPECT_EQ(StatOf(dir.file(target)).st_mode & 07777, 0600u) << target;
+    }
+    const ino_t before = StatOf(dir.file("data/chained.bin")).st_ino;   // now there, the target is replaced whole
+    EXPECT_TRUE(m.ToFile(dir.file("chain")) && StatOf(dir.file("data/chained.bin")).st_ino != before);
+    EXPECT_TRUE(FolderSize(dir.path()) == 6 && FolderSize(dir.file("data")) == 2 && FolderSize(dir.file("sub")) == 1);
+}
+
+TEST(ListFile, FifosAndDevicesAreWrittenInPlace) {
+    testutil::TempDir dir;
+    const std::string fifo = dir.file("SWList.bin");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    // The reader is there before the write-open, which therefore does not wait; the map fits the pipe's buffer.
+    const int reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    CInvMap m;
+    EXPECT_TRUE(Many(m, 20, "1").ToFile(fifo));
+    Bytes8 got(1 << 16);
+    got.resize(static_cast<size_t>(std::max<ssize_t>(0, ::read(reader, got.data(), got.size()))));
+    ::close(reader);
+    EXPECT_TRUE(fs::is_fifo(fifo) && got == ToBytes(m) && FolderSize(dir.path()) == 1);
+    if (::geteuid() != 0) return;   // a device node needs root, and a file system of our own that allows it
+    const std::string devices = dir.file("dev"), node = devices + "/SWPackage.bin";
+    testutil::MakeDirs(devices);
+    EXPECT_EQ(testutil::RunInPrivateMounts([&] {
+        if (::mount("tmpfs", devices.c_str(), "tmpfs", 0, "mode=0755") != 0 ||
+            ::mknod(node.c_str(), S_IFCHR | 0600, ::makedev(1, 3)) != 0)
+            return 2;
+        const bool written = m.ToFile(node);
+        const struct stat st = StatOf(node);
+        return written && S_ISCHR(st.st_mode) && st.st_rdev == ::makedev(1, 3) && FolderSize(devices) == 1 ? 0 : 1;
+    }), 0);
+}
+
+TEST(ListFile, AFileTheCallerMayNotWriteIsRefusedAndKept) {
+    if (::geteuid() != 0) GTEST_SKIP() << "acting as another user needs root";
+    testutil::TempDir dir;
+    fs::permissions(dir.path(), fs::perms::all);   // anyone could put a temporary beside it
+    const std::string path = dir.file("SWList.bin");
+    CInvMap old, next;
+    Many(next, 4, "2");
+    for (const auto& [owner, mode] : {std::pair<uid_t, mode_t>{0, 0644}, {65534, 0400}}) {
+        ASSERT_TRUE(Many(old, 3, "1").ToFile(path));
+        ASSERT_TRUE(::chown(path.c_str(), owner, owner) == 0 && ::chmod(path.c_str(), mode) == 0);
+        EXPECT_TRUE(AsNobody([&] { return !next.ToFile(path); })) << owner;
+        EXPECT_TRUE(testutil::ReadFileBytes(path) == ToBytes(old) && StatOf(path).st_uid == owner && FolderSize(dir.path()) == 1);
+    }
+}
+
+TEST(ListFile, AFolderWithoutRoomForTheTemporaryIsWrittenInPlace) {
+    if (::geteuid() != 0) GTEST_SKIP() << "acting as another user needs root";
+    testutil::TempDir dir;
+    fs::permissions(dir.path(), fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    const std::string path = dir.file("SWList.bin");
+    CInvMap old, next;
+    ASSERT_TRUE(Many(old, 30, "1").ToFile(path) && ::chown(path.c_str(), 65534, 65534) == 0);
+    Many(next, 4, "2");
+    EXPECT_TRUE(AsNobody([&] { return next.ToFile(path); }));
+    const struct stat st = StatOf(path);
+    EXPECT_TRUE(testutil::ReadFileBytes(path) == ToBytes(next) && st.st_uid == 65534 && (st.st_mode & 07777) == 0600);
+    EXPECT_EQ(FolderSize(dir.path()), 1u);
+}
+
+TEST(ListFile, LeftoverTemporariesOfThatListAreRemoved) {
+    testutil::TempDir dir;
+    const std::string path = dir.file("SWList.bin");
+    const auto temporary = [&](const std::string& chars, const std::string& list = "SWList.bin") {
+        std::string name = listfile::TemporaryPattern(list);
+        return name.replace(name.size() - 6, 6, chars);
+    };
+    // Kept: other lists' temporaries, names that only look alike, and what is no regular file.
+    const std::vector<std::string> kept = {temporary("Ab12Cd", "SWPackage.bin"), temporary("Ab12C"), temporary("Ab12Cd7"),
+                                           temporary("Ab-2Cd"), "SWList.bin.backup", "x" + temporary("Ab12Cd"),
+                                           temporary("Folder"), temporary("Linked")};
+    for (const std::string& name : {temporary("Ab12Cd"), temporary("zzzzzz")}) testutil::WriteFileText(dir.file(name), "old");
+    for (size_t i = 0; i + 2 < kept.size(); ++i) testutil::WriteFileText(dir.file(kept[i]), "keep");
+    testutil::MakeDirs(dir.file(temporary("Folder")));
+    fs::create_symlink("SWList.bin", dir.file(temporary("Linked")));
+    CInvMap m;
+    ASSERT_TRUE(Many(m, 2, "1").ToFile(path));
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir.path())) left.push_back(e.path().filename());
+    std::vector<std::string> want = kept;
+    want.push_back("SWList.bin");
+    std::sort(left.begin(), left.end()), std::sort(want.begin(), want.end());
+    EXPECT_EQ(left, want);
 }
 
 TEST(ListFile, KilledWriterLeavesOldOrNewFile) {

@@ -99,8 +99,12 @@ int SettingsConstructions() {
 
 namespace zev {
 
-Settings_t::Settings_t() : m_pImpl(new Impl) {
-    m_pImpl->homePath = hostshim::HomePath();
+// The shim's own state behind the settings object; the component never looks inside.
+struct Settings_t::Impl {
+    std::string homePath;
+};
+
+Settings_t::Settings_t() : m_pImpl(new Impl{hostshim::HomePath()}) {
     ShimState& state = State();
     std::lock_guard<std::mutex> guard(state.lock);
     ++state.constructions;
