@@ -85,8 +85,6 @@ FakePackageManager::FakePackageManager() : m_oldPath(std::getenv("PATH") ? std::
         "{ printf %s \"$tool\"; for a in \"$@\"; do printf ' [%s]' \"$a\"; done; echo; } >> \"$d/calls\"\n"
         "answer() {\n  if [ \"$1\" = list ]; then : > \"$d/started\"; [ -f \"$d/delay\" ] && sleep \"$(cat \"$d/delay\")\"; fi\n"
         "  f=\"$d/$1.$(printf %s \"$2\" | tr / _)\"; [ -f \"$f\" ] || exit 1; cat \"$f\"; exit 0; }\n"
-        // A batch query (dpkg: a format holding the tag byte; rpm: -q --queryformat first): each name's
-        // "batch" file as it stands, else its query answer framed as one record; 1 when a name is unknown.
         "batch() {\n  : > \"$d/started.batch\"; [ -f \"$d/delay.batch\" ] && sleep \"$(cat \"$d/delay.batch\")\"; shift 3; rc=0\n"
         "  for n in \"$@\"; do f=$(printf %s \"$n\" | tr / _)\n"
         "    if [ -f \"$d/batch.$f\" ]; then cat \"$d/batch.$f\"; elif [ -f \"$d/query.$f\" ]; then\n"

@@ -41,12 +41,11 @@ int RunInPrivateMounts(const std::function<int()>& body);
 // Inside RunInPrivateMounts: lays a writable, empty overlay kept in the empty folder `scratch` on `target`.
 bool OverlayFolder(const std::string& target, const std::string& scratch);
 
-// Fake "dpkg-query" and "rpm" first on PATH; each call adds "tool [arg]...\n" to Calls().
-// Set(kind, key, text) answers "list" (key ""), "query", "files" or "owner"; other calls fail.
-// A file "delay" makes the list command touch "started", then sleep that many seconds.
-// A batch query prints, per name asked, SetBatch's text for it if set, else its query answer
-// as one record (name, 0x1F, answer, 0x1E); it fails when a name has neither. A file
-// "delay.batch" makes it touch "started.batch" and sleep first.
+// Fake "dpkg-query" and "rpm" first on PATH; each call adds "tool [arg]...\n" to Calls(). Set(kind, key, text)
+// answers "list" (key ""), "query", "files" or "owner"; other calls fail. A batch query (a format holding 0x1F, or
+// rpm -q --queryformat) prints per name SetBatch's text, else its query answer as one record (name, 0x1F, answer,
+// 0x1E), and fails when a name has neither. A file "delay" ("delay.batch") makes the list command (a batch query)
+// touch "started" ("started.batch"), then sleep that many seconds.
 class FakePackageManager {
 public:
     FakePackageManager();

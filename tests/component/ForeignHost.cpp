@@ -1,8 +1,6 @@
-// A host of its own, as the agent is: its settings object keeps private state the
-// component knows nothing of. It loads libsoftware.so.0, runs an inventory, has it
-// acknowledged, shuts the component down and unloads it, twice: once for good (the
-// library's exit-time destructors run at dlclose) and once kept mapped (they run at
-// exit). Exit status 0 when the component left the host's state alone throughout.
+// A host of its own, as the agent is, whose settings state the component knows nothing of: it loads
+// libsoftware.so.0, runs an inventory, acknowledges it, shuts down and unloads, once closed for good (exit-time
+// destructors run at dlclose) and once kept mapped (they run at exit). Exit 0 when its state was left alone.
 #include "ComponentLibrary.h"
 #include "TestUtil.h"
 #include "component/HostSettings.h"
@@ -23,20 +21,13 @@ struct zev::Settings_t::Impl {
 namespace {
 
 std::string g_home;
-// The host's own record of the state it created; it outlives every load of the library.
-std::vector<std::unique_ptr<zev::Settings_t::Impl>>& Impls() {
-    static std::vector<std::unique_ptr<zev::Settings_t::Impl>> impls;
-    return impls;
-}
+std::vector<std::unique_ptr<zev::Settings_t::Impl>> g_impls;   // the host's own record; outlives every load
 
-int Fail(const char* what) {
-    std::fprintf(stderr, "foreign host: %s\n", what);
-    return 1;
-}
+int Fail(const char* what) { return std::fprintf(stderr, "foreign host: %s\n", what), 1; }
 
 }  // namespace
 
-zev::Settings_t::Settings_t() : m_pImpl(Impls().emplace_back(std::make_unique<Impl>()).get()) {}
+zev::Settings_t::Settings_t() : m_pImpl(g_impls.emplace_back(std::make_unique<Impl>()).get()) {}
 
 std::string zev::Settings_t::getHomePath() const { return g_home; }
 
@@ -67,20 +58,18 @@ int main(int argc, char** argv) {
         const hostshim::ComponentLibrary library(argv[1], keepMapped);
         const hostshim::ComponentExports& lib = library.exports();
         if (!lib.GetComponentApp()) return Fail("no component");
-        CInitInfo start(true);
+        CInitInfo start(true), stop(false);
         start.m_strHomePath = g_home;
         CNDKMessage reply, ack;
         CExecuteInfo run(false, 0, nullptr);
         if (lib.InitClient(&start) != 1 || lib.Execute(10, reply, &run) != 3) return Fail("no inventory");
         lib.DataSent(ack);   // the pending maps become the list files and are released
-        CInitInfo stop(false);
         if (lib.InitClient(&stop) != 1 || lib.Unload(0) != 1) return Fail("no shutdown");
-        if (!testutil::FileExists(g_home + "data/SWPackage.bin")) return Fail("no package list");
-        std::remove((g_home + "data/SWPackage.bin").c_str());
+        if (std::remove((g_home + "data/SWPackage.bin").c_str()) != 0) return Fail("no package list");
     }
     // One settings object per load of the library, each as its host made it.
-    if (Impls().size() != 2) return Fail("settings objects not made once per load");
-    for (const auto& impl : Impls())
+    if (g_impls.size() != 2) return Fail("settings objects not made once per load");
+    for (const auto& impl : g_impls)
         if (impl->nMagic != 0x5E7714C5 || impl->folders.size() != 2 || impl->counters.size() != 2)
             return Fail("the host's settings state was changed");
     return 0;

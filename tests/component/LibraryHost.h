@@ -1,5 +1,4 @@
-// The built libsoftware.so.0 for the tests, loaded once per process through the shared host loader
-// and never closed, so that tests drive the real shared object bound to the test program's host symbols.
+// The built libsoftware.so.0, loaded once per process through the shared host loader and never closed.
 #pragma once
 
 #include "ComponentLibrary.h"

@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
-"""Checks the dynamic symbols of the built libsoftware.so.0: exactly the 16 entry
-points are defined; only the C and C++ runtime, zlib and the three host symbols
-stay undefined. Usage: check_symbols.py LIBRARY [--sanitized]."""
+"""check_symbols.py LIBRARY [--sanitized]: the built libsoftware.so.0 defines exactly the 16 entry points; only the C
+and C++ runtime, zlib and the three host symbols stay undefined."""
 import re, subprocess, sys
 
 ENTRY_POINTS = set("GetComponentApp DeleteComponentApp IsLoaded GetID GetName GetCommands Execute InitClient "
