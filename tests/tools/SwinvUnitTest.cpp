@@ -1,6 +1,5 @@
-// Unit tests of what swinv's end-to-end runs cannot reach: telling file kinds
-// apart on ambiguous or malformed bytes, reply layouts the component never sends,
-// and the progress count of the component's command lines.
+// What swinv's end-to-end runs cannot reach: file kinds told apart on ambiguous or malformed bytes, reply
+// layouts the component never sends, and the progress count of the component's command lines.
 #include "FileDecoder.h"
 #include "InventoryReply.h"
 #include "Progress.h"
@@ -57,14 +56,13 @@ TEST(SwinvFiles, AmbiguousAndMalformedBytes) {
 }
 
 TEST(SwinvReply, LayoutsTheComponentNeverSends) {
-    CNDKMessage reply = Reply(0), wrongLength = Reply(1), tooShort;
+    CNDKMessage reply = Reply(0), wrongLength = Reply(1), tooShort, inflated = Reply(200u << 20);
     EXPECT_EQ(swinv::DecodeReply(reply, 1)["packages"]["deleted"][0]["description"], std::string(300, 'x'));
     tooShort.Add(std::string("01 Jan 2026 10:00:00"));
     EXPECT_THROW(swinv::DecodeReply(reply, 0), swinv::ReplyFormatError);   // the host element is no scan time
     EXPECT_THROW(swinv::DecodeReply(wrongLength, 1), swinv::ReplyFormatError);
     EXPECT_THROW(swinv::DecodeReply(tooShort, 0), swinv::ReplyFormatError);
-    CNDKMessage inflated = Reply(200u << 20);   // more than its compressed block can hold
-    try {
+    try {   // 200 MiB: more than its small compressed block can inflate to
         swinv::DecodeReply(inflated, 1);
         ADD_FAILURE() << "a 200 MiB length behind a small block was taken";
     } catch (const swinv::ReplyFormatError& e) {

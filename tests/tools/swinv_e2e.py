@@ -1,35 +1,54 @@
 #!/usr/bin/env python3
 """End-to-end runs of swinv against the built libsoftware.so.0 in a temporary home, with the fake package manager
-FAKEPM first in PATH as dpkg-query and rpm. Environment: SWINV, FAKEPM, ZEVREADER_DIR (the independent reader's package),
-FORMAT_EXAMPLES (the program that writes the examples of docs/formats.md)."""
+FAKEPM first in PATH as dpkg-query and rpm; its manual page and bash completion. Environment: SWINV, FAKEPM,
+ZEVREADER_DIR (the independent reader's package), FORMAT_EXAMPLES (writes the examples of docs/formats.md), BUILD_DIR
+(the build InstallTest installs)."""
 import glob, json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
-SWINV, FAKEPM, ZEVREADER_DIR, FORMAT_EXAMPLES = (os.environ.get(name, "") for name in (
-    "SWINV", "FAKEPM", "ZEVREADER_DIR", "FORMAT_EXAMPLES"))
+SWINV, FAKEPM, ZEVREADER_DIR, FORMAT_EXAMPLES, BUILD_DIR = (os.environ.get(name, "") for name in (
+    "SWINV", "FAKEPM", "ZEVREADER_DIR", "FORMAT_EXAMPLES", "BUILD_DIR"))
 PACKAGES = [("bash", "5.2.15-2", "GNU Bourne Again SHell", "Debian"),
             ("gcc-12", "12.2.0-14", "GNU C compiler", "Debian"), ("zlib1g", "1:1.2.13", "compression library", "")]
 FIELDS = ["key", "class", "name", "version", "vendor", "extra1", "extra2", "flags", "description"]
-MEMBERS = {field: ("m_n" if field == "flags" else "m_str") + field.capitalize() for field in FIELDS[2:]}
-SOFTWARE_MEMBERS = dict({"version": "m_strVersion", "description": "m_strDescription", "company": "m_strCompanyName",
-                         "info5": "m_nInfo5", "info6": "m_nInfo6", "package": "m_strPackage"},
-                        **{"info%d" % i: "m_strInfo%d" % i for i in range(1, 5)})
+SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+sys.path.insert(0, os.path.join(SOURCE, "tests/packaging"))
+from check_packages import DEV_FILES, RUNTIME_FILES   # noqa: E402 (the packages' layout)
+COMMANDS = ["run", "config", "show", "status"]
 TYPE_NAMES = ["uchar", "char", "ushort", "short", "uint", "int", "reserved6", "reserved7", "float", "double", "string",
               "buffer", "uint64"]
-utf8 = lambda text: text.encode("latin-1").decode("utf-8", "replace") if isinstance(text, str) else text
 
 
 def as_shown(entry):
-    """A zevreader map entry as swinv shows the record (the reader keeps bytes as latin-1; swinv prints UTF-8)."""
-    members = SOFTWARE_MEMBERS if entry["class"] == "CSoftwareObject" else MEMBERS
-    return dict({"key": utf8(entry["key"]), "class": entry["class"]},
-                **{mine: utf8(entry["fields"][theirs]) for mine, theirs in members.items()})
+    """A zevreader map entry as swinv shows the record: m_strCompanyName is "company", m_nInfo5 "info5"; the reader
+    keeps bytes as latin-1, swinv prints UTF-8."""
+    fields = {re.sub("^m_(str|n)", "", k).lower().replace("companyname", "company"): v for k, v in entry["fields"].items()}
+    return {k: v.encode("latin-1").decode("utf-8", "replace") if isinstance(v, str) else v
+            for k, v in dict(fields, key=entry["key"], **{"class": entry["class"]}).items()}
+
+
+def output(*argv):
+    """What a command prints, standard error included, with the reader's package from ZEVREADER_DIR."""
+    return subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          env=dict(os.environ, PYTHONPATH=ZEVREADER_DIR)).stdout
 
 
 def zevreader(*args):
-    """What the zevreader command prints for `args`, decoded."""
-    return json.loads(subprocess.check_output([sys.executable, "-m", "zevreader", *args],
-                                              env=dict(os.environ, PYTHONPATH=ZEVREADER_DIR)))
+    return json.loads(output(sys.executable, "-m", "zevreader", *args))
+
+
+def options(help_text):
+    """The long options a --help text lists, but --help itself."""
+    return sorted(set(re.findall(r"^\s+(?:-\w, ?|-\w,)?(--[a-z][\w-]*)", help_text, re.M)) - {"--help"})
+
+
+def complete(*words, cwd=None):
+    """What the completion offers after swinv `words`, the last one being the word under the cursor."""
+    script = 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _swinv; printf "%s\\n" "${COMPREPLY[@]}"'
+    completion = os.path.join(SOURCE, "tools/swinv/swinv.bash-completion")
+    done = subprocess.run(["bash", "-c", script, "bash", completion, "swinv", *words], stdout=subprocess.PIPE,
+                          text=True, cwd=cwd, check=True)
+    return sorted(line for line in done.stdout.splitlines() if line)
 
 
 def records(rows):
@@ -86,12 +105,12 @@ class RunTest(SwinvCase):
         self.assert_lines(self.swinv("run", "--ack").stdout, "Packages:  3 added, 0 deleted, 0 changed",
                           "+ bash 5.2.15-2  [Debian]", "Acknowledged")
         # show, on each kind of file but the search paths (ConfigTest)
-        stored, listed = (self.swinv_json("show", self.data + name) for name in ("SWPackage.bin", "SWList.bin"))
-        self.assertEqual([stored[k] for k in ("kind", "file", "count", "records")] + [listed["records"]],
-                         ["inventory map", "SWPackage.bin", 3, records(PACKAGES), []])
-        shown = self.swinv_json("show", saved)
-        self.assertEqual([shown[k] for k in ("kind", "scan_time", "software", "packages")],
-                         ["reply", reply["scan_time"], reply["software"], reply["packages"]])
+        stored, listed, shown = (self.swinv_json("show", path) for path in (
+            self.data + "SWPackage.bin", self.data + "SWList.bin", saved))
+        self.assertEqual([stored[k] for k in ("kind", "file", "count", "records")] + [listed["records"]] +
+                         [shown[k] for k in ("kind", "scan_time", "software", "packages")],
+                         ["inventory map", "SWPackage.bin", 3, records(PACKAGES), [], "reply"] +
+                         [reply[k] for k in ("scan_time", "software", "packages")])
         self.assertRegex(self.swinv("show", self.data + "SWPackage.bin").stdout, r"SWPackage.bin: inventory list, 3 "
                          r"record\(s\)\n +NAME +VERSION +VENDOR +DESCRIPTION\n +bash +5\.2\.15-2 +Debian +GNU Bourne")
         again = self.swinv_json("run")
@@ -108,46 +127,28 @@ class RunTest(SwinvCase):
 
 
 class ConfigTest(SwinvCase):
-    def test_config_then_mode_4_over_a_tree(self):
-        self.swinv("run", "--ack")
-        done = self.swinv("config", 'Mode="5"; Foo="bar"', "--search", "/opt/a", "--search", "/srv/b")
-        self.assert_lines(done.stdout + done.stderr, 'Mode="5"', "the component does not read the key Foo")
-        config = self.data + ".Software_Inventory_Config"
-        self.assertEqual(sorted(Path(config).read_text().splitlines()), ["Foo=bar", "Mode=5"])
+    def test_config_status_and_batch_query(self):
+        done = self.swinv("config", 'Mode="5"; Foo="bar"; BatchQuery="1"', "--search", "/opt/a", "--search", "/srv/b")
+        self.assert_lines(done.stdout + done.stderr, 'Mode="5"', "the component does not read the key Foo;")
+        self.assertEqual(done.stderr.count("does not read"), 1, done.stderr)
+        self.assertEqual(sorted(Path(self.data + ".Software_Inventory_Config").read_text().splitlines()),
+                         ["BatchQuery=1", "Foo=bar", "Mode=5"])
         self.assertEqual(self.swinv_json("show", self.data + "swsearch.bin")["paths"], ["/opt/a", "/srv/b"])
         status = self.swinv_json("status")["config"]
-        settings = {item["key"]: (item["value"], item["from"]) for item in status["settings"]}
-        self.assertEqual((settings["Mode"], settings["Scan"]), (("5", "file"), ("*.jpg|*.bmp", "default")))
-        self.assertEqual(status["other_keys"], {"Foo": "bar"})
+        settings = {item["key"]: item for item in status["settings"]}
+        self.assertEqual([(settings[k]["value"], settings[k]["from"]) for k in ("Mode", "Scan", "BatchQuery")] +
+                         [status["other_keys"]], [("5", "file"), ("*.jpg|*.bmp", "default"), ("1", "file"), {"Foo": "bar"}])
+        self.assertIn("once for all packages", settings["BatchQuery"]["meaning"])
         status = self.swinv_json("status", home=False, env=dict(self.env, XDG_STATE_HOME=self.path("state")))
         self.assertEqual((status["home"], status["home_from"]), (self.path("state/swinv/"), "default"))
 
-        tree = self.path("tree")
-        os.makedirs(tree + "/sub")
-        for name in ("a.jpg", "sub/b.jpg", "sub/c.txt"):
-            Path(os.path.join(tree, name)).write_text("x")
-        self.swinv("config", 'Mode="4"; ExtInSelected="1"; IncExt="%s"; Scan="*.jpg"; Logging="1"' % tree)
-        os.remove(self.pm_log)
-        packages = self.swinv_json("run")["packages"]
-        self.assertFalse(os.path.exists(self.pm_log), "Mode 4 asked the package manager")
-        self.assertEqual((packages["added"], packages["deleted"]), ([], records(PACKAGES)))
-        self.assertIn("Check Files: %s/sub/" % tree, Path(self.data + "Software.log").read_text())
-
-
-    def test_batch_query_one_call_the_same_inventory(self):
-        per_package = self.swinv_json("run")["packages"]["added"]
-        done = self.swinv("config", 'BatchQuery="1"')
-        self.assertNotIn("does not read", done.stderr)
-        settings = {item["key"]: item for item in self.swinv_json("status")["config"]["settings"]}
-        self.assertEqual((settings["BatchQuery"]["value"], settings["BatchQuery"]["from"]), ("1", "file"))
-        self.assertIn("once for all packages", settings["BatchQuery"]["meaning"])
-        os.remove(self.pm_log)
-        self.assertEqual(self.swinv_json("run")["packages"]["added"], per_package)
+        # BatchQuery 1: the list, then one batch call that gives the records one query per package gives (RunTest).
+        self.assertEqual(self.swinv_json("run")["packages"]["added"], records(PACKAGES))
         calls = [line for line in Path(self.pm_log).read_text().split("\n") if line.startswith(("dpkg-query", "rpm"))]
         self.assertEqual((len(calls), calls[-1][-20:]), (2, "\x1e bash gcc-12 zlib1g"), calls)
         self.swinv("config", 'BatchQuery="2"')   # only 1 asks once
         os.remove(self.pm_log)
-        self.assertEqual(self.swinv_json("run")["packages"]["added"], per_package)
+        self.assertEqual(self.swinv_json("run")["packages"]["added"], records(PACKAGES))
         self.assertEqual(len(re.findall(r"--listfiles|-ql ", Path(self.pm_log).read_text())), 3)
 
 
@@ -184,9 +185,7 @@ class RealDpkgTest(SwinvCase):
         added = self.swinv_json("run", "--ack", env=env)["packages"]["added"]
         listed = subprocess.check_output(["dpkg-query", "--show", "--showformat", "${Package}\n"], text=True).split()
         self.assertEqual(sorted({r["key"].split("\\")[0] for r in added}), sorted(set(listed)))
-        shown = self.swinv_json("show", self.data + "SWPackage.bin", env=env)["records"]
-        self.assertEqual(shown, added)
-        self.assertEqual(shown, [as_shown(e) for e in zevreader("map", self.data + "SWPackage.bin")["entries"]])
+        self.assertEqual(added, [as_shown(e) for e in zevreader("map", self.data + "SWPackage.bin")["entries"]])
 
 
 class ReaderAgreementTest(SwinvCase):
@@ -215,6 +214,63 @@ class ReaderAgreementTest(SwinvCase):
                                      dict(type=TYPE_NAMES[e["type"]], **({"length": e["value"]["length"]} if e["type"] == 11
                                                                          else {"value": e["value"]})) for e in read["elements"]])
         self.assertEqual(classes, {"CSoftwarePackageObject", "CSoftwareObject"})
+
+
+class InstallTest(SwinvCase):
+    """The build installed into a DESTDIR: the packages' layout; the installed swinv finds the library through
+    <exe dir>/../zev/slib, the installed zevreader its module in <prefix>/lib/python3/dist-packages."""
+    def test_layout_and_the_installed_swinv(self):
+        root, saved = self.path("root"), self.path("reply.bin")
+        subprocess.run(["cmake", "--install", BUILD_DIR, "--prefix", "/usr"], env=dict(os.environ, DESTDIR=root),
+                       check=True, stdout=subprocess.DEVNULL)
+        missing = [path for path in RUNTIME_FILES + DEV_FILES if not os.path.isfile(root + path)]
+        self.assertEqual(missing + glob.glob(root + "/usr/zev/slib/*.so"), [])   # and no development link
+        reply = self.swinv_json("run", "--save-reply", saved, exe=root + "/usr/bin/swinv")
+        self.assertEqual(os.path.realpath(reply["library"]), os.path.realpath(root + RUNTIME_FILES[0]))
+        decoded = json.loads(subprocess.check_output([root + "/usr/bin/zevreader", "reply", saved]))
+        self.assertEqual([e["key"] for e in decoded["packages"]["add"]["entries"]], [r["key"] for r in records(PACKAGES)])
+
+
+@unittest.skipUnless(shutil.which("mandoc"), "mandoc is missing (apt-get install mandoc)")
+class ManualPages(SwinvCase):
+    def test_pages_lint_clean_and_name_every_command_option_and_key(self):
+        pages = [os.path.join(SOURCE, "tools/swinv/swinv.1"), os.path.join(ZEVREADER_DIR, "zevreader.1")]
+        for page in pages:
+            self.assertEqual(output("mandoc", "-T", "lint", "-W", "warning", page), "", page)
+        swinv_page, reader_page = (Path(page).read_text() for page in pages)
+        named = set(re.findall(r"Fl -([\w-]+)", swinv_page))
+        for command in [[]] + [[c] for c in COMMANDS]:
+            self.assertEqual([o for o in options(output(SWINV, *command, "--help")) if o[2:] not in named], [], command)
+            if command:
+                self.assertIn(".It Cm %s" % command[0], swinv_page)
+        keys = [item["key"] for item in self.swinv_json("status")["config"]["settings"]]
+        self.assertGreaterEqual(len(keys), 10)
+        self.assertEqual([key for key in keys if ".It Cm %s\n" % key not in swinv_page], [])
+        self.assertEqual([key for key in keys if "'%s=\"" % key not in complete("config", "")], [])
+
+        commands = re.findall(r"^    ([a-z][\w-]+)", output(sys.executable, "-m", "zevreader", "--help"), re.M)
+        self.assertEqual((len(commands), [c for c in commands if not re.search(r"\.It Cm %s\b" % c, reader_page)]), (5, []))
+        for command in [[]] + [[c] for c in commands]:
+            missing = [o for o in options(output(sys.executable, "-m", "zevreader", *command, "--help"))
+                       if "Fl -%s" % o[2:] not in reader_page and not (o == "--output" and "Fl o Ar OUT" in reader_page)]
+            self.assertEqual(missing, [], command)
+
+
+class Completion(SwinvCase):
+    def test_commands_options_files_and_keys(self):
+        cwd = self.path("cwd")
+        os.makedirs(cwd + "/home")
+        for name in ("reply.bin", "notes.txt"):
+            Path(cwd, name).write_text("")
+        cases = [("", ["--home", "--library", "--help"] + COMMANDS), ("s", ["show", "status"]), ("--home h", ["home"]),
+                 ("--home home --library x r", ["run"]), ("show r", ["reply.bin"]), ("show --skip ", []),
+                 ("show ", ["home", "notes.txt", "reply.bin"]), ("run --save-reply n", ["notes.txt"]),
+                 ("config Sc", ["'Scan=\""]), ("config 'Ex", ["'ExtInSelected=\"", "'Exclude=\""]),
+                 ("config --", ["--search", "--json", "--help"]), ("config --search h", ["home"])]
+        for words, expected in cases:
+            self.assertEqual(complete(*words.split(" "), cwd=cwd), sorted(expected), words)
+        for command in COMMANDS:   # every option of every command
+            self.assertEqual(complete(command, "--"), sorted(options(output(SWINV, command, "--help")) + ["--help"]), command)
 
 
 if __name__ == "__main__":
