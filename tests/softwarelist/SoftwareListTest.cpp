@@ -70,32 +70,25 @@ struct Reply {
         std::string types;
         for (long i = hostElements; i < reply.GetElements().GetSize(); ++i) types += std::to_string(reply.GetDataTypeAt(i)) + " ";
         ASSERT_EQ(types, "10 4 4 11 4 4 11 4 4 11 4 4 11 3 4 4 11 4 4 11 4 4 11 3 ");
-        ASSERT_EQ(reply.GetNbElements(), hostElements + 17);
         reply.ResetCurrentIndex();
         for (int i = 0; i < hostElements; ++i) reply.AdvanceCurrIndex();
         reply.GetNext(scanTime);
         CInvMap* maps[] = {&swAdd, &swDelete, &swChange, &swEmpty, &pkAdd, &pkDelete, &pkChange};
         for (int i = 0; i < 7; ++i) {
+            unsigned int length = 0;
             if (i == 4) reply.GetNext(swFlag);
-            reply.GetNext(lengths[i]);
-            std::vector<unsigned char>& bytes = blocks[i];
-            bytes.resize(lengths[i]);
-            reply.GetNext(bytes.data(), lengths[i]);
-            EXPECT_TRUE(maps[i]->FromMemory(bytes.data(), static_cast<int>(lengths[i]))) << "block " << i;
+            reply.GetNext(length);
+            blocks[i].resize(length);
+            reply.GetNext(blocks[i].data(), length);
+            EXPECT_TRUE(maps[i]->FromMemory(blocks[i].data(), static_cast<int>(length))) << "block " << i;
         }
         reply.GetNext(pkFlag);
     }
     std::string scanTime;
-    unsigned int lengths[7] = {};
     std::vector<unsigned char> blocks[7];   // each map's bytes as sent
     CInvMap swAdd, swDelete, swChange, swEmpty, pkAdd, pkDelete, pkChange;
     short swFlag = -1, pkFlag = -1;
 };
-
-std::string Record(CInvMap& map, const std::string& key) {
-    const auto* r = testutil::At<CSoftwarePackageObject>(map, key);
-    return r ? r->m_strName + "|" + r->m_strVendor + "|" + r->m_strDescription + "|" + std::to_string(r->m_nFlags) : "none";
-}
 
 std::vector<std::uint8_t> Bytes(CNDKMessage& message) {
     void* buffer = nullptr;
@@ -111,17 +104,6 @@ CNDKMessage HostReply(int elements) {
     return reply;
 }
 
-
-// [length][text plus NUL], then the paths, then "" and a straggler.
-CNDKMessage Settings(const std::string& text, const Strings& paths = {}, unsigned int length = 0) {
-    CNDKMessage message(9);
-    message.Add(length ? length : static_cast<unsigned int>(text.size() + 1));
-    message.Add(text.c_str(), static_cast<unsigned int>(text.size() + 1));
-    for (const std::string& path : paths) message.Add(path);
-    for (const char* end : {"", "/after/the/end"}) message.Add(std::string(end));
-    return message;
-}
-
 }  // namespace
 
 TEST(InventoryFlow, AddsDeletesAndChangesThenDataSentTheChangeFileAndSetConfig) {
@@ -129,18 +111,11 @@ TEST(InventoryFlow, AddsDeletesAndChangesThenDataSentTheChangeFileAndSetConfig) 
     CNDKMessage reply = HostReply(6);   // the run keeps four host elements and appends its seventeen
     ASSERT_EQ(session.Run(reply), 3);
     Reply first(reply, 4);
-    std::string host;   // the host's elements stay
-    reply.GetAt(0, host);
-    EXPECT_EQ(host + std::to_string(reply.GetId()), "host42");
     EXPECT_TRUE(std::regex_match(first.scanTime, std::regex(R"(\d\d [A-Z][a-z][a-z] \d{4} \d\d:\d\d:\d\d)"))) << first.scanTime;
     EXPECT_EQ(first.swFlag * 10 + first.pkFlag, 11);
-    for (int i : {0, 1, 2, 3, 5, 6}) EXPECT_EQ(first.lengths[i], 2u) << "an empty map, block " << i;
+    for (int i : {0, 1, 2, 3, 5, 6}) EXPECT_EQ(first.blocks[i].size(), 2u) << "an empty map, block " << i;
     EXPECT_EQ(Keys(first.pkAdd), (Strings{"alpha\\Debian\\1.0", "beta\\\\2.0", "gamma\\Debian\\3.1", "kernel-2.6.18\\Debian\\2.6.18"}));
-    EXPECT_EQ(Record(first.pkAdd, "alpha\\Debian\\1.0"), "alpha|Debian|Alpha tool|128");
-    EXPECT_EQ(Record(first.pkAdd, "beta\\\\2.0"), "beta| |Beta|128");
-    EXPECT_EQ(Record(first.pkAdd, "kernel-2.6.18\\Debian\\2.6.18"), "kernel|Debian|Kernel|128");
 
-    EXPECT_FALSE(FileExists(session.Data("SWPackage.bin")));   // stored only once acknowledged
     session.Log();
     session.Ack();   // both lists written, the software list first
     EXPECT_EQ(session.Log(), (Strings{"Datasent called. Saving new list", "Writing to file [" + session.Data("SWList.bin") + "]",
@@ -157,7 +132,8 @@ TEST(InventoryFlow, AddsDeletesAndChangesThenDataSentTheChangeFileAndSetConfig) 
         EXPECT_EQ(Keys(diff.pkAdd), (Strings{"beta\\\\2.1", "delta\\Debian\\0.9"})) << run;
         EXPECT_EQ(Keys(diff.pkDelete), (Strings{"beta\\\\2.0", "kernel-2.6.18\\Debian\\2.6.18"}));
         EXPECT_EQ(Keys(diff.pkChange), Strings{"gamma\\Debian\\3.1"});
-        EXPECT_EQ(Record(diff.pkChange, "gamma\\Debian\\3.1"), "gamma|Debian|Gamma, second edition|128");
+        const auto* gamma = testutil::At<CSoftwarePackageObject>(diff.pkChange, "gamma\\Debian\\3.1");   // the new record
+        EXPECT_EQ(gamma ? gamma->m_strDescription : "", "Gamma, second edition");
     }
     session.Ack();
 
@@ -175,21 +151,25 @@ TEST(InventoryFlow, AddsDeletesAndChangesThenDataSentTheChangeFileAndSetConfig) 
     EXPECT_EQ(session.Stored("SWList.bin"), Strings{"legacy\\\\1"});
     EXPECT_EQ(testutil::ReadFileBytes(session.Data("SWPackage.bin")), packages);
 
-    // SetConfig merges the settings into the configuration file and stores the search paths.
-    const std::string config = session.Data(".Software_Inventory_Config"), search = session.Data("swsearch.bin");
-    CNDKMessage message = Settings("Mode=\"3\"; Include=\"/srv|/opt\"", {"/srv/a", "/srv/b", "/srv/c"});
-    EXPECT_EQ(session.lib.SetConfig(message), 1);
-    EXPECT_EQ(testutil::ReadFileText(config), "Include=/srv|/opt\nLogging=1\nMode=3\nScan=*.png\n");
-    const std::string strings("\x03\x00\x06/srv/a\x06/srv/b\x06/srv/c", 23);   // a string array
-    EXPECT_EQ(testutil::Hex(testutil::ReadFileBytes(search)), testutil::Hex({strings.begin(), strings.end()}));
-    // A path list that starts empty leaves "swsearch.bin" alone; a length far beyond the block's
-    // bytes still reads the text; no NUL within the length ends the text there.
-    EXPECT_EQ(session.lib.SetConfig(message = Settings("Mode=\"2\"\t Note = \"x\"", {}, 0xFFFFFFF0u)), 1);
-    EXPECT_EQ(testutil::ReadFileText(search), strings);
-    EXPECT_EQ(session.lib.SetConfig(message = Settings("Mode=\"4\"; Scan=\"*.x\"", {}, 8u)), 1);
-    EXPECT_EQ(testutil::ReadFileText(config), "Include=/srv|/opt\nLogging=1\nMode=4\nNote=x\nScan=*.png\n");
+    // SetConfig merges the settings into the configuration file and stores the search paths; a path list that
+    // starts empty leaves "swsearch.bin" alone; a length far beyond the block still reads the text, a NUL within it ends it.
+    const std::string config = session.Data(".Software_Inventory_Config"), strings("\x03\x00\x06/srv/a\x06/srv/b\x06/srv/c", 23);
+    const std::tuple<std::string, Strings, unsigned, std::string> settings[] = {   // text, paths, length (0: its own), the file after
+        {"Mode=\"3\"; Include=\"/srv|/opt\"", {"/srv/a", "/srv/b", "/srv/c"}, 0, "Include=/srv|/opt\nLogging=1\nMode=3\nScan=*.png\n"},
+        {"Mode=\"2\"\t Note = \"x\"", {}, 0xFFFFFFF0u, "Include=/srv|/opt\nLogging=1\nMode=2\nNote=x\nScan=*.png\n"},
+        {"Mode=\"4\"; Scan=\"*.x\"", {}, 8u, "Include=/srv|/opt\nLogging=1\nMode=4\nNote=x\nScan=*.png\n"}};
+    for (const auto& [text, paths, length, after] : settings) {
+        CNDKMessage message(9);
+        message.Add(length ? length : static_cast<unsigned int>(text.size() + 1));
+        message.Add(text.c_str(), static_cast<unsigned int>(text.size() + 1));
+        for (const std::string& path : paths) message.Add(path);
+        for (const char* end : {"", "/after/the/end"}) message.Add(std::string(end));
+        EXPECT_EQ(session.lib.SetConfig(message), 1);
+        EXPECT_EQ(testutil::ReadFileText(config), after) << text;
+        EXPECT_EQ(testutil::ReadFileText(session.Data("swsearch.bin")), strings);
+    }
     // Typed reads take the block's length element whatever its type.
-    message = CNDKMessage(9);
+    CNDKMessage message(9);
     message.Add(9u);
     message.Add(0);
     message.AddUnc("Mode=\"5\"", 9);
@@ -205,13 +185,11 @@ TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
     session.Ack();
     for (unsigned int command : {10u, 65546u}) {   // the low 16 bits are 10: the three lists go first
         testutil::WriteFileText(session.Data("SWChange.bin"), "");
-        ASSERT_TRUE(FileExists(session.Data("SWList.bin")));
         CNDKMessage full;
         ASSERT_EQ(session.Run(full, 0, command), 3);
         for (const char* list : {"SWList.bin", "SWPackage.bin", "SWChange.bin"}) EXPECT_FALSE(FileExists(session.Data(list)));
         Reply out(full, 0);
         EXPECT_EQ(out.swFlag * 10 + out.pkFlag, 11) << command;
-        EXPECT_EQ(out.pkAdd.GetCount(), 4);
         session.Ack();
     }
 
@@ -254,7 +232,6 @@ TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
     EXPECT_EQ(Bytes(reply), before);
     EXPECT_EQ(session.fake->Calls(), "");
     EXPECT_EQ(session.Run(reply, 0x200), 3);   // without the start-up bit the key is ignored
-    EXPECT_NE(session.fake->Calls(), "");
 
     // That run is pending. HaltExecution from another thread while the list is read, and while the
     // batch query runs: 0, the reply left alone.
@@ -278,16 +255,14 @@ TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
     EXPECT_EQ(session.Stored("SWPackage.bin").size(), kFirst.size());
 }
 
-// DataSent from a second thread once a run is collecting. The mutex admits two orders only: the
-// acknowledgement stores the previous run's maps and the run compares against them (its own maps stay
-// pending), or the run compares against the old baseline and the acknowledgement then stores the run's
-// maps. Round 0 holds the list command for a second, so that the first order surely happens; later
-// rounds let the acknowledgement come later and later, up to a run's time after the start. Under ThreadSanitizer this is the race test.
+// DataSent from a second thread once a run is collecting. The mutex admits two orders only: the acknowledgement stores
+// the previous run's maps and the run compares against them, or the run compares against the old baseline and the
+// acknowledgement then stores the run's maps. Round 0 holds the list command for a second so that the first order surely
+// happens; later rounds ack later and later, up to a run's time after the start. Under ThreadSanitizer: the race test.
 TEST(InventoryFlow, DataSentRacingARunEndsInOneOfTheTwoOrders) {
     Session session;
-    const Strings base = {"alpha^1^A^D", "beta^1^B^D"}, pending = {"alpha^1^A^D", "gamma^1^G^D"};
-    const Strings next = {"alpha^1^A^D", "delta^1^D^D"};
-    const Strings pendingKeys = {"alpha\\D\\1", "gamma\\D\\1"}, nextKeys = {"alpha\\D\\1", "delta\\D\\1"};
+    const Strings base = {"alpha^1^A^D", "beta^1^B^D"}, pending = {"alpha^1^A^D", "gamma^1^G^D"}, next = {"alpha^1^A^D", "delta^1^D^D"};
+    const Strings nextKeys = {"alpha\\D\\1", "delta\\D\\1"};
     int ackFirst = 0;
     for (int round = 0; round < 6; ++round) {
         CNDKMessage reply;
@@ -311,15 +286,11 @@ TEST(InventoryFlow, DataSentRacingARunEndsInOneOfTheTwoOrders) {
         acker.join();
         std::remove(session.fake->file("delay").c_str());
         Reply out(reply, 0);
-        const Strings stored = session.Stored("SWPackage.bin");
+        const bool acked = Keys(out.pkDelete) == Strings{"gamma\\D\\1"};   // compared with the maps the acknowledgement stored
+        ackFirst += acked;
+        EXPECT_EQ(Keys(out.pkDelete), Strings{acked ? "gamma\\D\\1" : "beta\\D\\1"}) << round;
+        EXPECT_EQ(session.Stored("SWPackage.bin"), (acked ? Strings{"alpha\\D\\1", "gamma\\D\\1"} : nextKeys)) << round;
         EXPECT_EQ(Keys(out.pkAdd), Strings{"delta\\D\\1"}) << round;
-        if (Keys(out.pkDelete) == Strings{"gamma\\D\\1"}) {   // compared with the maps the acknowledgement stored
-            ++ackFirst;
-            EXPECT_EQ(stored, pendingKeys) << round;
-        } else {
-            EXPECT_EQ(Keys(out.pkDelete), Strings{"beta\\D\\1"}) << round;
-            EXPECT_EQ(stored, nextKeys) << round;
-        }
         EXPECT_EQ(out.pkFlag, 0);
         session.Ack();   // stores the run's maps if they are still pending; nothing is lost either way
         EXPECT_EQ(session.Stored("SWPackage.bin"), nextKeys) << round;
@@ -344,7 +315,6 @@ TEST(RealDpkg, IndependentReaderFindsEveryInstalledPackageBatchQueryGivesTheSame
     ASSERT_EQ(session.Run(batch, 0, 10), 3);
     EXPECT_EQ(session.Log(), log);
     EXPECT_GT(log.size(), 100u);
-    EXPECT_TRUE(Reply(reply, 0).blocks[4] == Reply(batch, 0).blocks[4]) << "package add maps differ";
     session.Ack();
     EXPECT_TRUE(testutil::ReadFileBytes(session.Data("SWPackage.bin")) == stored) << "SWPackage.bin differs";
 
