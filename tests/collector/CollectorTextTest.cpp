@@ -41,9 +41,6 @@ TEST(CollectorText, NameSuffixAndStartFolder) {
     for (const auto& [name, cut] : names) EXPECT_EQ(cut, CutNameSuffix(name)) << name;
     const std::pair<std::string, std::string> starts[] = {{"", "/"}, {"*", "/"}, {"/opt", "/opt/"}, {"/opt/", "/opt/"}, {"**", "**/"}};
     for (const auto& [start, folder] : starts) EXPECT_EQ(folder, WalkStartFolder(start)) << start;
-    std::string s = "\\\\srv\\x";
-    ForwardSlashes(s);
-    EXPECT_EQ("//srv/x", s);
 }
 
 TEST(CollectorText, PatternsListsAndExcludedPrograms) {
