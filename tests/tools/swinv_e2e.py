@@ -167,6 +167,16 @@ class ErrorTest(SwinvCase):
         self.assert_error(["run"], 1, "not found", "/usr/zev/slib", "--library PATH", exe=copy)
 
 
+class RealDpkgTest(SwinvCase):
+    @unittest.skipUnless(shutil.which("dpkg-query"), "no dpkg-query on this machine")
+    def test_lists_exactly_what_dpkg_reports_and_the_reader_agrees(self):
+        env = dict(self.env, PATH=os.environ["PATH"])   # the fake no longer first
+        added = self.swinv_json("run", "--ack", env=env)["packages"]["added"]
+        listed = subprocess.check_output(["dpkg-query", "--show", "--showformat", "${Package}\n"], text=True).split()
+        self.assertEqual(sorted({r["key"].split("\\")[0] for r in added}), sorted(set(listed)))
+        self.assertEqual(added, [as_shown(e) for e in zevreader("map", self.data + "SWPackage.bin")["entries"]])
+
+
 class ReaderAgreementTest(SwinvCase):
     EXAMPLES = {"SWPackage.bin": "map", "SWList.bin": "map", "executables.bin": "map", "swsearch.bin": "strings",
                 "reply.bin": "reply", "settings.bin": "message"}
