@@ -1,4 +1,4 @@
-// The archive's byte rules both ways, round trips over disk and memory, hostile input, and container rules.
+// The archive's byte rules both ways, round trips, hostile input, and container rules; list files cover disk files.
 #include "archive/arcobj.h"
 #include "TestUtil.h"
 #include "TrackedObjects.h"
@@ -183,10 +183,8 @@ TEST(ArchiveFormat, LineReadingBothOverloads) {
     }
 }
 
-TEST(ArchiveRoundTrip, DiskAndMemoryFilesWithBothBufferSizesAndEveryTruncatedPrefix) {
+TEST(ArchiveRoundTrip, BothBufferSizesAndEveryTruncatedPrefix) {
     Graph g(true);
-    testutil::TempDir dir;
-    const std::string path = dir.file("graph.bin");
     const Bytes reference = g.Store(4096);
     const Bytes full = Graph(false).Store(128);
     TrackedScope tracked;
@@ -194,17 +192,10 @@ TEST(ArchiveRoundTrip, DiskAndMemoryFilesWithBothBufferSizesAndEveryTruncatedPre
     for (int bufSize : {128, 4096}) {
         SCOPED_TRACE(bufSize);
         ASSERT_EQ(reference, g.Store(bufSize));
-        CFile out(path.c_str(), CFile::modeCreate | CFile::modeWrite);
-        CArchive(&out, CArchive::store, bufSize).WriteObject(&g.top);
-        out.Close();
-        ASSERT_EQ(reference, testutil::ReadFileBytes(path));
-        CFile in(path.c_str(), CFile::modeRead);
-        CObject* loaded[2] = {CArchive(&in, CArchive::load, bufSize).ReadObject(nullptr), nullptr};
-        LoadBytes(reference, [&](CArchive& ar) { loaded[1] = ar.ReadObject(nullptr); }, bufSize);
-        for (CObject* ob : loaded) {
-            ASSERT_TRUE(ob && ob->IsKindOf(CLASS_RECORD(CObList)));
-            EXPECT_EQ(reference, StoreBytes([&](CArchive& ar) { ar << ob; }, bufSize));
-        }
+        CObject* loaded = nullptr;
+        LoadBytes(reference, [&](CArchive& ar) { loaded = ar.ReadObject(nullptr); }, bufSize);
+        ASSERT_TRUE(loaded && loaded->IsKindOf(CLASS_RECORD(CObList)));
+        EXPECT_EQ(reference, StoreBytes([&](CArchive& ar) { ar << loaded; }, bufSize));
         for (std::size_t len = 0; len < full.size(); ++len) {
             EXPECT_NE(kLoaded, OutcomeOf([&] { LoadBytes(Bytes(&full[0], &full[len]), ReadOne, bufSize); })) << len;
             DeleteLiveObjects();

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
