@@ -56,9 +56,9 @@ struct Rig {
     ~Rig() { hostshim::SetCommandObserver({}); hostshim::SetHomePath(""); }
     Strings Log(const std::string& prefix = "") const { return testutil::LogMessages(dir.file("Software.log"), prefix); }
     // "version|description|company|package" of an executable's record after ExtractVersionInfo.
-    std::string VersionInfo(const std::string& path, const std::string& company = "") {
+    std::string VersionInfo(const std::string& path) {
         CSoftwareObject r;
-        r.m_strInfo1 = path, r.m_strVersion = "keep", r.m_strCompanyName = company;
+        r.m_strInfo1 = path, r.m_strVersion = "keep";
         collector.ExtractVersionInfo(&r);
         return r.m_strVersion + "|" + r.m_strDescription + "|" + r.m_strCompanyName + "|" + r.m_strPackage;
     }
@@ -101,22 +101,6 @@ TEST(PackageScan, CommandLinesOddLinesAndOwners) {
     ASSERT_TRUE(rig.collector.ScanPackages(&rig.software));
     // A line longer than 799 bytes arrives as two; the 800-byte command buffers cut the first one's commands.
     EXPECT_EQ((Strings{kQuery + "foo", kQuery, kQuery + cut, kQuery + rest}), rig.commands);
-
-    // An executable's owner: below the home bin folder the version comes from VERSION and the key names the maker.
-    fake.Set("query", "/srv/unowned", "dpkg-query: no path found matching pattern /srv/unowned\n");
-    fake.Set("query", "/srv/x%sy", "other");
-    fake.Set("query", "other", "no separators");
-    fake.Set("query", "pkgtool", "pkgtool^1.0^Sum^Org");
-    fake.Set("query", rig.home + "bin/tool", "pkgtool");
-    Put(rig.home + "bin/VERSION", "4.2\n");
-    rig.commands.clear();
-    EXPECT_EQ("4.2|1.0|Sum^Org|halvorn-zev-client\\Halvorn Ltd\\4.2", rig.VersionInfo(rig.home + "bin/tool"));
-    EXPECT_EQ("4.2||Halvorn Ltd|halvorn-zev-client\\Halvorn Ltd\\4.2", rig.VersionInfo(rig.home + "bin/other"));
-    EXPECT_EQ("keep|||", rig.VersionInfo("/srv/unowned"));   // an answer that repeats the path: no owner
-    EXPECT_EQ("keep|||", rig.VersionInfo("/srv/x%sy"));      // "%" is not part of the format
-    EXPECT_EQ("||Someone|halvorn-pavo-tutor\\Halvorn Ltd\\", rig.VersionInfo("/opt/Halvorn/HalvornPavo/bin/Client", "Someone"));
-    EXPECT_EQ(kQuery + "pkgtool", rig.commands.at(1));
-    EXPECT_EQ("dpkg-query --show --showformat '${Filename}' /srv/x%sy", rig.commands.at(6));
 
     // rpm's owner: its package query lands one slot off the query's order.
     fake.Set("owner", "/srv/tool", "toolpkg");

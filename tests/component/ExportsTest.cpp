@@ -64,13 +64,4 @@ TEST(Exports, CancelFlagLastsUntilTheNextInitClient) {
               Ints({3, 3, 0, 1, 1}));
 }
 
-TEST(Exports, ExecuteInfoCopiesTheRequest) {
-    EXPECT_EQ(CExecuteInfo(true, 0x100, nullptr).m_Message.GetElements().GetSize(), 0);
-    CNDKMessage request(12);
-    request.Add(std::string("path"));
-    CExecuteInfo copied(false, 0, &request);
-    request.Add(5);
-    EXPECT_EQ(Ints({copied.m_Message.GetNbElements(), copied.m_Message.GetId()}), Ints({1, 12}));
-}
-
 }  // namespace
