@@ -4,6 +4,7 @@
 // The archive's short-string assertion is deliberately left in place: FromBuffer
 // checks the layout before reading, so reaching that assertion here is a bug.
 #include "message/NDKMessage.h"
+#include "LoadMessage.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -26,12 +27,7 @@ std::vector<unsigned char> ToBytes(CNDKMessage& message) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size > 1 << 20) return 0;
     CNDKMessage message;
-    try {
-        message.FromBuffer(data, static_cast<int>(size));
-    } catch (CFileException* e) {
-        delete e;
-        return 0;
-    }
+    if (!LoadMessage(message, data, size)) return 0;
 
     const std::vector<unsigned char> first = ToBytes(message);
     CNDKMessage again;

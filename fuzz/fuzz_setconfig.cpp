@@ -5,6 +5,7 @@
 // is 1, a merge never loses a key the file had, and a written "swsearch.bin" loads
 // to exactly its length as a string array of non-empty paths the message carried.
 #include "HostShim.h"
+#include "LoadMessage.h"
 
 #include "archive/arcobj.h"
 #include "softwarelist/softwarelist.h"
@@ -65,12 +66,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     CNDKMessage message;
-    try {
-        message.FromBuffer(data, static_cast<int>(size));
-    } catch (CFileException* e) {
-        delete e;
-        return 0;
-    }
+    if (!LoadMessage(message, data, size)) return 0;
     std::set<std::string> carried;   // every string the message holds
     for (int i = 0; i < message.GetElements().GetSize(); ++i) {
         std::string text;
