@@ -2,6 +2,8 @@
 // the pattern and exclusion matching of the file walk.
 #include "CollectorText.h"
 
+#include <sys/wait.h>
+
 #include <cstring>
 
 namespace collectortext {
@@ -140,6 +142,33 @@ std::vector<std::vector<std::string>> BatchGroups(const std::string& prefix, con
         exec += more + sizeof(char*);
     }
     return groups;
+}
+
+std::string DescribeEndStatus(int status) {
+    if (status == -1) return "end status unknown";
+    if (WIFEXITED(status)) {
+        const int code = WEXITSTATUS(status);
+        // The shell's own codes: a command it could not find or run, or one killed by signal code - 128.
+        std::string why = code == 127 ? " (command not found)" : code == 126 ? " (command not executable)" : "";
+        if (code > 128 && code < 128 + 65) {
+            const char* name = strsignal(code - 128);
+            why = " (killed by signal " + std::to_string(code - 128) + (name ? std::string(", ") + name : "") + ")";
+        }
+        return "exit status " + std::to_string(code) + why;
+    }
+    if (WIFSIGNALED(status)) {
+        const char* name = strsignal(WTERMSIG(status));
+        return "killed by signal " + std::to_string(WTERMSIG(status)) + (name ? std::string(" (") + name + ")" : "");
+    }
+    return "end status " + std::to_string(status);
+}
+
+bool EndedWell(int status) { return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0; }
+
+std::string OneLine(const std::string& command) {
+    std::string line;
+    for (const char c : command) line += c == '\n' ? std::string("\\n") : std::string(1, c);
+    return line;
 }
 
 bool MatchPattern(const char* name, const char* pattern) {

@@ -73,6 +73,18 @@ struct ArgumentLimit {
 std::vector<std::vector<std::string>> BatchGroups(const std::string& prefix, const std::vector<std::string>& names,
                                                   const ArgumentLimit& limit);
 
+// How a child process ended, from its wait status: "exit status 2", "exit status 127
+// (command not found)", "exit status 137 (killed by signal 9, Killed)" as a shell reports
+// its command's death, "killed by signal 9 (Killed)"; -1 (no status to be had) is
+// "end status unknown".
+std::string DescribeEndStatus(int status);
+
+// True when a wait status says the command ran to its end: exit status 0.
+bool EndedWell(int status);
+
+// A command line for one log line: each newline byte shown as "\n".
+std::string OneLine(const std::string& command);
+
 // Wildcard match of one name against one pattern ("*" and "?"), without backtracking:
 // a star stops at the first name character equal to the pattern character after it.
 bool MatchPattern(const char* name, const char* pattern);

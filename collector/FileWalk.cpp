@@ -25,8 +25,6 @@ public:
     Folder(const Folder&) = delete;
     Folder& operator=(const Folder&) = delete;
     DIR* get() const { return m_dir; }
-    // Gives up the stream without closing it.
-    void Abandon() { m_dir = nullptr; }
 
 private:
     DIR* m_dir;
@@ -86,13 +84,10 @@ bool CSoftwareCollector::CheckFiles(std::string& strDir) {
     Folder folder(strDir);
     if (!folder.get()) return true;
 
-    // A cancelled walk returns at once from every level and deliberately leaves each
-    // level's stream open (cancellation stays a bare return); a normal end closes it.
+    // A cancelled walk returns at once from every level. Deliberate: each level's stream
+    // is closed on that way out too, so a halted run keeps no descriptor.
     while (const dirent* entry = readdir(folder.get())) {
-        if (Cancelled()) {
-            folder.Abandon();
-            return false;
-        }
+        if (Cancelled()) return false;
         if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
 
         std::string path = strDir + entry->d_name;
@@ -102,10 +97,7 @@ bool CSoftwareCollector::CheckFiles(std::string& strDir) {
         if (S_ISDIR(st.st_mode)) {
             if (FindMatch(path.c_str(), m_strExcludeDirs, false)) continue;
             path += '/';
-            if (!CheckFiles(path)) {
-                folder.Abandon();
-                return false;
-            }
+            if (!CheckFiles(path)) return false;
         } else if (S_ISREG(st.st_mode)) {
             if (m_bWildcards && !FindMatch(path.c_str(), m_strCheckFiles, true)) continue;
             CSoftwareObject* pRecord = AddInfoToSoftwareObject(path.c_str(), st, m_pSoftwareMap, m_bWildcards, true,

@@ -22,10 +22,13 @@ struct CSoftwareCollector::ProductCheck {
 
 namespace {
 
-// Probes that the folder can be read. The stream is deliberately never closed: the
-// checks keep that behaviour (one stream per product found, per run) unchanged.
+// Probes that the folder can be read. Deliberate: the stream is closed again, or every
+// run would keep one descriptor per product folder until the host ran out of them.
 bool FolderOpens(const std::string& folder) {
-    return opendir(folder.c_str()) != nullptr;
+    DIR* dir = opendir(folder.c_str());
+    if (!dir) return false;
+    closedir(dir);
+    return true;
 }
 
 // The edition of the agent is told by its home folder.

@@ -16,7 +16,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 
@@ -37,20 +39,37 @@ const char kDpkgOwner[] = "dpkg-query --show --showformat '${Filename}' %s";
 const char kDpkgFiles[] = "dpkg-query --listfiles %s | grep bin";
 const char kDpkgBatch[] = "dpkg-query --show --showformat '${Package}\x1F${Package}^${Version}^${Description}^${Origin}\x1E'";
 
-// Closes a popen stream on every way out.
+// Closes a popen stream on every way out; close() hands back the wait status once.
 class Pipe {
 public:
     explicit Pipe(const char* command) : m_fp(popen(command, "r")) {}
-    ~Pipe() {
-        if (m_fp) pclose(m_fp);
-    }
+    ~Pipe() { close(); }
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
     FILE* get() const { return m_fp; }
+    int close() {
+        const int status = m_fp ? pclose(m_fp) : -1;
+        m_fp = nullptr;
+        return status;
+    }
 
 private:
     FILE* m_fp;
 };
+
+// Whether the shell would find `tool` on the search path (its default one when PATH is unset).
+bool OnSearchPath(const std::string& tool) {
+    const char* path = std::getenv("PATH");
+    std::string folders = path ? path : "/usr/local/bin:/usr/bin:/bin";
+    folders += ':';
+    for (size_t start = 0, colon; (colon = folders.find(':', start)) != std::string::npos; start = colon + 1) {
+        const std::string folder = colon == start ? "." : folders.substr(start, colon - start);
+        const std::string file = folder + "/" + tool;
+        struct stat st;
+        if (stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode) && access(file.c_str(), X_OK) == 0) return true;
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -99,16 +118,7 @@ bool CSoftwareCollector::Cancelled() const { return m_pApp && m_pApp->CheckExecu
 
 bool CSoftwareCollector::ScanPackages(CInvMap* pSoftwareMap) {
     std::vector<std::string> packages;
-    {
-        Pipe list(m_pszListCommand);
-        if (!list.get()) return false;
-        char line[800];
-        while (fgets(line, sizeof line, list.get()) && !Cancelled()) {
-            std::string entry(line);
-            collectortext::ChopFinalNewline(entry);
-            packages.push_back(entry);
-        }
-    }
+    if (!ListPackages(packages)) return false;
 
     if (!m_bBatchQuery || !ScanPackagesInBatch(packages)) {
         for (const std::string& package : packages) {
@@ -146,6 +156,38 @@ bool CSoftwareCollector::ScanPackages(CInvMap* pSoftwareMap) {
         if (m_pPackageMap) (this->*walk.check)();
     }
     return true;
+}
+
+bool CSoftwareCollector::ListPackages(std::vector<std::string>& packages) {
+    // A machine with neither package manager has no packages to list; the products still count.
+    if (m_pszListCommand == kRpmList && !OnSearchPath("rpm")) {
+        if (m_pLogger) m_pLogger->log("No package manager found: no Debian marker file and no rpm on the search path");
+        return true;
+    }
+    Pipe list(m_pszListCommand);
+    if (!list.get()) {
+        if (m_pLogger)
+            m_pLogger->log("Package list failed: not started (%s): %s", std::strerror(errno),
+                           collectortext::OneLine(m_pszListCommand).c_str());
+        return false;
+    }
+    char line[800];
+    while (fgets(line, sizeof line, list.get()) && !Cancelled()) {
+        std::string entry(line);
+        collectortext::ChopFinalNewline(entry);
+        packages.push_back(entry);
+    }
+    // Stopping early may kill the command with SIGPIPE: after a halt its end says nothing.
+    const bool bHalted = Cancelled();
+    errno = 0;
+    const int status = list.close();
+    // A host that ignores SIGCHLD reaps the command itself, so its end cannot be known: the list stands.
+    if (bHalted || collectortext::EndedWell(status) || (status == -1 && errno == ECHILD)) return true;
+    // Deliberate: a list cut short by a failing command would read as every other package deleted.
+    if (m_pLogger)
+        m_pLogger->log("Package list failed: %s: %s", collectortext::DescribeEndStatus(status).c_str(),
+                       collectortext::OneLine(m_pszListCommand).c_str());
+    return false;
 }
 
 bool CSoftwareCollector::processPackage(const std::string& strName, CInvMap* pSoftwareMap) {

@@ -36,6 +36,7 @@ public:
     void ConfigureForRpm();
     void ConfigureForDpkg();
 
+    // False when the package list cannot be had (see ListPackages) or a file list cannot be started.
     bool ScanPackages(CInvMap* pSoftwareMap);
     bool processPackage(const std::string& strName, CInvMap* pSoftwareMap);
     static std::string Combine(const std::string& a, const std::string& b, const std::string& c);
@@ -77,6 +78,9 @@ private:
     struct ProductCheck;
 
     bool Cancelled() const;
+    // The list command's lines. False, with a log line, when it cannot be started or ends
+    // with a non-zero exit or a signal; true with no lines when there is no package manager.
+    bool ListPackages(std::vector<std::string>& packages);
     void CheckProduct(const ProductCheck& product);
     // Files the record of one package from its query's answer (`bAnswered` false: the query
     // failed); `key` and `fields` come back for the package's file list.

@@ -116,3 +116,15 @@ TEST(CollectorText, BatchNamesOutputAndGroups) {
     }
     EXPECT_TRUE(BatchGroups("pre", {}, {1000, 1000}).empty());
 }
+
+TEST(CollectorText, EndStatusAndCommandLines) {
+    const std::pair<int, std::string> ends[] = {
+        {0, "exit status 0"}, {2 << 8, "exit status 2"}, {127 << 8, "exit status 127 (command not found)"},
+        {126 << 8, "exit status 126 (command not executable)"}, {137 << 8, "exit status 137 (killed by signal 9, Killed)"},
+        {9, "killed by signal 9 (Killed)"}, {13, "killed by signal 13 (Broken pipe)"}, {-1, "end status unknown"}};
+    for (const auto& [status, text] : ends) {
+        EXPECT_EQ(text, DescribeEndStatus(status)) << status;
+        EXPECT_EQ(status == 0, EndedWell(status)) << status;
+    }
+    EXPECT_EQ("dpkg-query --showformat '${Package}\\n'", OneLine("dpkg-query --showformat '${Package}\n'"));
+}

@@ -40,11 +40,6 @@ bool GetSimpleCommand(const char* command, std::string& output) {
     return ::pclose(pipe) == 0;
 }
 
-// As every host of the component: the product checks leave folder streams open on purpose.
-extern "C" __attribute__((visibility("default"), used)) const char* __lsan_default_suppressions() {
-    return "leak:opendir\n";
-}
-
 int main(int argc, char** argv) {
     if (argc != 2) return Fail("usage: component_foreign_host LIBRARY");
     testutil::FakePackageManager packages;

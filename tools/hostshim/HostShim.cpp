@@ -138,9 +138,3 @@ bool GetSimpleCommand(const char* command, std::string& output) {
     const int status = pipe.close();
     return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
-
-// Under LeakSanitizer, every process that hosts the component tolerates the folder
-// streams its product checks and cancelled walks leave open on purpose.
-extern "C" __attribute__((visibility("default"), used)) const char* __lsan_default_suppressions() {
-    return "leak:opendir\n";
-}
