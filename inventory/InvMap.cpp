@@ -66,6 +66,7 @@ public:
         while (nCount > 0) {
             const ssize_t n = ::write(m_hFile, p, nCount);
             if (n < 0 && errno == EINTR) continue;
+            if (n == 0) errno = EIO;   // no progress and no reason given
             if (n <= 0) throw new CFileException;
             p += n;
             nCount -= static_cast<unsigned int>(n);

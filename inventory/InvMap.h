@@ -29,7 +29,8 @@ public:
     // to earlier objects included; see the ownership rules in InvMap.cpp.
     void Serialize(CArchive& ar) override;
 
-    // Crash-safe where it can be (see ListFile.h); otherwise as an in-place write.
+    // Crash-safe where it can be (see ListFile.h); otherwise as an in-place write. On
+    // false, errno tells why.
     bool ToFile(std::string strFileName);
     // Loads into the existing contents; false (entries loaded so far kept) on any error.
     bool FromFile(std::string strFileName);

@@ -26,7 +26,9 @@ class FdGuard {
 public:
     explicit FdGuard(int fd = -1) : m_fd(fd) {}
     ~FdGuard() {
+        const int saved = errno;   // a failure's reason must reach the caller
         if (m_fd >= 0) ::close(m_fd);
+        errno = saved;
     }
     FdGuard(const FdGuard&) = delete;
     FdGuard& operator=(const FdGuard&) = delete;
@@ -55,8 +57,10 @@ public:
     TempFileGuard& operator=(const TempFileGuard&) = delete;
     void commit() { m_committed = true; }
     void remove() {
+        const int saved = errno;
         if (!m_committed) ::unlink(m_path.c_str());
         m_committed = true;
+        errno = saved;
     }
 
 private:
@@ -190,7 +194,15 @@ std::string TemporaryPattern(const std::string& path) {
 bool Write(const std::string& path, const std::function<bool(int)>& fill) {
     if (path.empty()) return false;
     std::string target = path;
-    if (!FollowLinks(target) || !WriteTarget(target, fill)) return false;
+    errno = 0;
+    if (!FollowLinks(target)) {
+        errno = ELOOP;
+        return false;
+    }
+    if (!WriteTarget(target, fill)) {
+        if (errno == 0) errno = EIO;
+        return false;
+    }
     RemoveLeftovers(target);
     return true;
 }

@@ -12,8 +12,9 @@
 namespace listfile {
 
 // `fill` writes the whole contents to the descriptor it is given, or returns false.
-// True when the file holds them. A successful write also removes the temporaries
-// that interrupted writes of the same file left beside it.
+// True when the file holds them; false, with errno saying why, when the old file stays.
+// A successful write also removes the temporaries that interrupted writes of the same
+// file left beside it.
 bool Write(const std::string& path, const std::function<bool(int fd)>& fill);
 
 // Name pattern of the temporaries of `path`, six X standing for what mkostemp picks.

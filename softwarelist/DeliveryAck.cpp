@@ -7,6 +7,20 @@
 #include "inventory/InvMap.h"
 #include "support/ZEVLogger.h"
 
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+// Writes one pending map to its list file. A failed write keeps the old file whole and is
+// logged with the system's reason; the map is released all the same.
+void Store(CInvMap& map, const std::string& path, CZEVLogger* pLogger) {
+    if (pLogger) pLogger->log("Writing to file [%s]", path.c_str());
+    if (!map.ToFile(path) && pLogger) pLogger->log("Writing to file [%s] failed: %s", path.c_str(), std::strerror(errno));
+}
+
+}  // namespace
+
 void CSoftwareListApp::DataSent(CNDKMessage&) {
     MutexLock lock(&m_Mutex);
     if (m_pLogger) m_pLogger->log("Datasent called. Saving new list");
@@ -22,9 +36,8 @@ void CSoftwareListApp::DataSent(CNDKMessage&) {
     }
 
     if (m_pNewList) {
-        if (m_pLogger) m_pLogger->log("Writing to file [%s]", m_strListFile.c_str());
-        // Not tested on purpose: a failed write re-sends the same differences next run.
-        m_pNewList->ToFile(m_strListFile);
+        // A failed write is not retried: the next run compares with the old file and re-sends the same differences.
+        Store(*m_pNewList, m_strListFile, m_pLogger);
         delete m_pNewList;
         m_pNewList = nullptr;
     } else if (m_pLogger) {
@@ -32,8 +45,7 @@ void CSoftwareListApp::DataSent(CNDKMessage&) {
     }
 
     if (m_pNewPackageList) {
-        if (m_pLogger) m_pLogger->log("Writing to file [%s]", m_strPackageFile.c_str());
-        m_pNewPackageList->ToFile(m_strPackageFile);
+        Store(*m_pNewPackageList, m_strPackageFile, m_pLogger);
         delete m_pNewPackageList;
         m_pNewPackageList = nullptr;
     } else if (m_pLogger) {

@@ -81,12 +81,6 @@ int CSoftwareListApp::EnumSoftware(CNDKMessage& reply, CExecuteInfo* info) {
     collector.SetBatchQuery(bBatchQuery);
     if (m_pLogger) collector.SetLogger(m_pLogger);
 
-    if (info && info->m_bFullRefresh) {
-        CFile::Remove(m_strListFile.c_str());
-        CFile::Remove(m_strChangeFile.c_str());
-        CFile::Remove(m_strPackageFile.c_str());
-    }
-
     char szTime[200] = "";
     const time_t now = time(nullptr);
     struct tm local;
@@ -132,6 +126,13 @@ int CSoftwareListApp::EnumSoftware(CNDKMessage& reply, CExecuteInfo* info) {
 
     // From here on the pending maps and the list files are touched: DataSent must wait.
     MutexLock lock(&m_Mutex);
+    // Deliberate: a full inventory discards the stored lists only once the package list was
+    // had, so a failing package manager leaves the baseline as it was.
+    if (info && info->m_bFullRefresh) {
+        CFile::Remove(m_strListFile.c_str());
+        CFile::Remove(m_strChangeFile.c_str());
+        CFile::Remove(m_strPackageFile.c_str());
+    }
     if (CheckExecuteCancelled()) return 0;
 
     CInvMap stored;

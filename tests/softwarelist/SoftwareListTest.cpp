@@ -230,6 +230,24 @@ TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
     EXPECT_EQ(session.Stored("SWPackage.bin").size(), kFirst.size());
 }
 
+// An agent runs inventories for months in one process: a run must leave no descriptor behind, also when its home
+// bin folder exists (the product check opens it) and when the package list fails.
+TEST(InventoryFlow, ThirtyRunsKeepTheDescriptorCount) {
+    Session session;
+    testutil::MakeDirs(session.home + "bin");
+    auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    CNDKMessage reply;
+    ASSERT_EQ(session.Run(reply), 3);
+    const auto first = descriptors();
+    for (int run = 1; run < 30; ++run) {
+        if (run == 10) std::remove(session.fake->file("list.").c_str());   // the list command now exits 1
+        if (run == 20) session.SetPackages(kFirst);
+        EXPECT_EQ(session.Run(reply = CNDKMessage()), run >= 10 && run < 20 ? 0 : 3) << run;
+        session.Ack();
+    }
+    EXPECT_EQ(descriptors(), first);
+}
+
 // DataSent from a second thread once a run is collecting: either the ack stores the pending maps and the run compares
 // with them, or the run compares with the old baseline and the ack stores the run's. Also run under ThreadSanitizer.
 TEST(InventoryFlow, DataSentRacingARunEndsInOneOfTheTwoOrders) {
