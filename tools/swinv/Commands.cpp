@@ -1,6 +1,8 @@
 // The swinv commands; see Commands.h.
 #include "Commands.h"
 
+#include "BaselineCheck.h"
+#include "ComponentLog.h"
 #include "ComponentSession.h"
 #include "FileDecoder.h"
 #include "HomeFolder.h"
@@ -86,9 +88,40 @@ std::string ChooseLibrary(const GlobalOptions& global) {
     return LocateLibrary(LibraryCandidates(CurrentExecutable(), global.buildLibrary, global.buildExeDir));
 }
 
+namespace {
+
+// Execute sent nothing: the component's own reason when its log is on, else how to get it.
+SwinvError NoInventory(int result, const ComponentLog& log) {
+    std::vector<std::string> messages = log.NewMessages();
+    std::string why;
+    // The last two lines: the failure itself, then the run's own "... failed".
+    for (size_t i = messages.size() > 2 ? messages.size() - 2 : 0; i < messages.size(); ++i)
+        why += (why.empty() ? "" : "; ") + messages[i];
+    if (why.empty())
+        why = "turn on its log with swinv config 'Logging=\"1\"', run again and read " + log.path();
+    else
+        why = "its log says: " + why;
+    return SwinvError("the component sent no inventory (Execute returned " + std::to_string(result) + "); " + why);
+}
+
+// DataSent wrote not every list file: which ones, why, and which were stored.
+SwinvError NotStored(const BaselineCheck& check, const ComponentLog& log) {
+    const std::vector<std::string> messages = log.NewMessages();
+    std::string text = "the baseline could not be stored:";
+    for (const std::string& file : check.NotReplaced()) {
+        const std::string why = WhyNotStored(file, messages);
+        text += " " + file + ": " + (why.empty() ? "reason unknown (turn on the component's log to see it)" : why) + ";";
+    }
+    std::string stored;
+    for (const std::string& file : check.Replaced()) stored += (stored.empty() ? "" : ", ") + file;
+    return SwinvError(text + (stored.empty() ? " nothing was stored" : " stored: " + stored));
+}
+
+}  // namespace
+
 int RunCommand(const GlobalOptions& global, const RunOptions& options, std::ostream& out) {
     const HomeChoice home = ResolveHome(global.home);
-    PrepareHome(home);
+    PrepareHome(home, false);
     const std::string libraryPath = ChooseLibrary(global);
     const ComponentLibrary library = OpenComponentLibrary(libraryPath);
 
@@ -97,41 +130,46 @@ int RunCommand(const GlobalOptions& global, const RunOptions& options, std::ostr
     ObserverScope observe([&progress](const char* command) { progress.OnCommand(command); });
 
     const unsigned int command = options.full ? 10 : 0;
+    const std::string data = home.path + "data/";
+    const ComponentLog log(data + "Software.log");
     Json decoded;
+    std::unique_ptr<BaselineCheck> stored;
     {
         ComponentSession session(library, home.path);
         CNDKMessage reply;
         const int result = session.Execute(command, reply);
         progress.Finish(options.full ? "full inventory" : "inventory");
-        if (result != 3) {
-            throw SwinvError("the component sent no inventory (Execute returned " + std::to_string(result) +
-                             "): the package scan failed or was cancelled; turn on its log with "
-                             "swinv config 'Logging=\"1\"' and read " + home.path + "data/Software.log");
-        }
+        if (result != 3) throw NoInventory(result, log);
         decoded = DecodeOwnReply(reply, options.saveReply);
-        if (options.ack) session.DataSent(reply);
+        if (options.ack) {
+            stored = std::make_unique<BaselineCheck>(std::vector<std::string>{data + "SWList.bin", data + "SWPackage.bin"});
+            session.DataSent(reply);
+        }
     }
+    // An acknowledgement counts only when both list files were written.
+    const bool acknowledged = stored && stored->NotReplaced().empty();
 
     if (global.json) {
         Json report;
         report["kind"] = "reply";
         report["command"] = command;
         report["result"] = 3;
-        report["acknowledged"] = options.ack;
+        report["acknowledged"] = acknowledged;
         report["home"] = home.path;
         report["library"] = libraryPath;
         for (auto& [key, value] : decoded.items())
             if (key != "kind") report[key] = value;
         out << DumpJson(report) << "\n";
-        return kExitOk;
+    } else {
+        RenderReply(decoded, out);
+        out << "\n";
+        if (acknowledged)
+            out << "Acknowledged: this inventory is now the stored baseline in " << data << ".\n";
+        else if (!options.ack)
+            out << "Not acknowledged: the stored baseline is unchanged; 'swinv run --ack' stores this inventory.\n";
+        if (!options.saveReply.empty()) out << "Reply saved to " << options.saveReply << ".\n";
     }
-    RenderReply(decoded, out);
-    out << "\n";
-    if (options.ack)
-        out << "Acknowledged: this inventory is now the stored baseline in " << home.path << "data/.\n";
-    else
-        out << "Not acknowledged: the stored baseline is unchanged; 'swinv run --ack' stores this inventory.\n";
-    if (!options.saveReply.empty()) out << "Reply saved to " << options.saveReply << ".\n";
+    if (options.ack && !acknowledged) throw NotStored(*stored, log);
     return kExitOk;
 }
 
@@ -142,7 +180,7 @@ int ConfigCommand(const GlobalOptions& global, const ConfigOptions& options, std
         std::cerr << "swinv: note: the component does not read the key " << key << "; it is stored all the same\n";
 
     const HomeChoice home = ResolveHome(global.home);
-    PrepareHome(home);
+    PrepareHome(home, true);
     const std::string libraryPath = ChooseLibrary(global);
     const ComponentLibrary library = OpenComponentLibrary(libraryPath);
     int result = 0;
@@ -189,7 +227,7 @@ int ShowCommand(const GlobalOptions& global, const ShowOptions& options, std::os
 
 int StatusCommand(const GlobalOptions& global, std::ostream& out) {
     const HomeChoice home = ResolveHome(global.home);
-    PrepareHome(home);
+    PrepareHome(home, false);
     std::string library;
     try {
         library = ChooseLibrary(global);

@@ -71,7 +71,7 @@ HomeChoice ResolveHome(const std::string& option) {
     return ChooseHome(option, std::getenv("ZEV_HOME"), std::getenv("XDG_STATE_HOME"), userHome, here);
 }
 
-void PrepareHome(const HomeChoice& home) {
+void PrepareHome(const HomeChoice& home, bool writes) {
     for (const char* sub : {"", "data/", "bin/"}) {
         const std::string folder = home.path + sub;
         if (!MakeDirs(folder)) {
@@ -79,6 +79,7 @@ void PrepareHome(const HomeChoice& home) {
                              HowToChoose(home));
         }
     }
+    if (!writes) return;
     // Root passes access(2) everywhere; a real file proves the folder takes writes.
     const std::string probe = home.path + "data/.swinv-write-test";
     const int fd = open(probe.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);

@@ -21,8 +21,9 @@ HomeChoice ChooseHome(const std::string& option, const char* zevHome, const char
 // ChooseHome with this process's environment and working folder.
 HomeChoice ResolveHome(const std::string& option);
 
-// Creates the folder with data/ and bin/ and checks that data/ can be written;
-// throws SwinvError naming the folder and the way out.
-void PrepareHome(const HomeChoice& home);
+// Creates the folder with data/ and bin/ and, with `writes`, checks that data/ can be
+// written; throws SwinvError naming the folder and the way out. Commands that only
+// read (or report a failed write themselves) work on a read-only home.
+void PrepareHome(const HomeChoice& home, bool writes);
 
 }  // namespace swinv
