@@ -112,6 +112,8 @@ class FaultTest(SwinvCase):
         if not shutil.which("unshare"):
             self.fail("unshare (util-linux) is missing")
         for row in CASES:
+            if row["limit"] and os.environ.get("SWINV_SANITIZED"):
+                continue   # the sanitizers' memory checks need a pipe of their own; the plain build runs it
             with self.subTest(row["name"]):
                 got = self.run_case(row)
                 fill = lambda text: text.replace("{data}", got["data"])
