@@ -59,8 +59,15 @@ bool LooksLikeProgram(const char* path, const struct stat& st) {
 
 }  // namespace
 
+bool CSoftwareCollector::WalksHaveEffect() const {
+    // A walk yields records only through the record step; with none, its log lines are all it leaves.
+    return kFilesMakeRecords || (m_pLogger && m_pLogger->isLogging());
+}
+
 bool CSoftwareCollector::GetFiles(std::string& strCheckFiles, std::string& strStartIn, std::string& strExcludeDirs,
                                   CInvMap* pSoftwareMap, bool bWildcards, int nSizeMode, int nSizeKB) {
+    // Deliberate: a walk that can change no map and no log is not made (the whole disk, on some settings).
+    if (!WalksHaveEffect()) return true;
     collectortext::ForwardSlashes(strStartIn);
     collectortext::ForwardSlashes(strExcludeDirs);
     if (m_pLogger) {
@@ -143,6 +150,7 @@ CSoftwareObject* CSoftwareCollector::AddInfoToSoftwareObject(const char* pszPath
                                                              bool bForce, bool, int nSizeMode, int nSizeKB) {
     // The file is qualified, but no record is built for it: callers handle a record
     // should one ever be returned, and get none here.
+    static_assert(!kFilesMakeRecords, "a record step that builds records returns them here; the walks then run always");
     FileQualifies(pszPath, st, bForce, nSizeMode, nSizeKB);
     return nullptr;
 }

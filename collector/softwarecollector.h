@@ -57,7 +57,11 @@ public:
     bool FindMatch(const char* pszPath, std::string& strList, bool bWildcards);
     static bool MatchPattern(const char* pszName, const char* pszPattern);
     static bool TestForExcludedExes(const char* pszPath);
-    // Always null: a file is only qualified (FileQualifies), no record is built for it.
+    // Whether the record step builds a record for a qualifying file. It builds none: a file
+    // is only qualified (FileQualifies), and AddInfoToSoftwareObject returns null.
+    static constexpr bool kFilesMakeRecords = false;
+    // True when a walk can change anything a user or the server sees: records, or log lines.
+    bool WalksHaveEffect() const;
     CSoftwareObject* AddInfoToSoftwareObject(const char* pszPath, struct stat& st, CInvMap* pMap,
                                              bool bForce, bool bSecond, int nSizeMode, int nSizeKB);
     // True when the file counts as a program: forced, or executable and starting with an

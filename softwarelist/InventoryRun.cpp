@@ -72,7 +72,8 @@ int CSoftwareListApp::EnumSoftware(CNDKMessage& reply, CExecuteInfo* info) {
     Config config(ConfigPath().c_str());
     const int nMode = config.getIntValue("Mode", 1);
     // Only 1 asks the package manager once for all packages; anything else queries each one.
-    const bool bBatchQuery = config.getIntValue("BatchQuery", 0) == 1;
+    // Deliberate: on by default, since the records, lists and replies are the same to the byte.
+    const bool bBatchQuery = config.getIntValue("BatchQuery", 1) == 1;
 
     std::unique_ptr<CInvMap> pNew(new CInvMap);
     std::unique_ptr<CInvMap> pPackages(new CInvMap);

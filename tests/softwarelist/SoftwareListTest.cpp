@@ -7,6 +7,7 @@
 #include "inventory/SoftwarePackageObject.h"
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -246,6 +247,51 @@ TEST(InventoryFlow, ThirtyRunsKeepTheDescriptorCount) {
         session.Ack();
     }
     EXPECT_EQ(descriptors(), first);
+}
+
+// By default the package manager is asked twice, whatever the package count; the walks run only while logging is on,
+// since their record step builds no record: with it off nothing below a start folder is opened, and the maps are the same.
+TEST(InventoryFlow, DefaultRunAsksTwiceAndWalksOnlyWhileLogging) {
+    Session session;
+    Strings packages;
+    for (int i = 0; i < 50; ++i) packages.push_back("pkg" + std::to_string(i) + "^1." + std::to_string(i) + "^Package^Debian");
+    session.SetPackages(packages);
+    CNDKMessage reply;
+    ASSERT_EQ(session.Run(reply, 0, 10), 3);
+    const std::string calls = session.fake->Calls();   // the list, one batch query
+    std::string names;
+    for (int i = 0; i < 50; ++i) names += " [pkg" + std::to_string(i) + "]";
+    EXPECT_EQ(calls, "dpkg-query [--show] [--showformat] [${Package}\n]\n"
+                     "dpkg-query [--show] [--showformat] [${Package}\x1F${Package}^${Version}^${Description}^${Origin}\x1E]" +
+                         names + "\n");
+    EXPECT_EQ(Reply(reply, 0).pkAdd.GetCount(), 50);
+
+    const std::string tree = session.home + "tree/";
+    testutil::MakeDirs(tree + "sub/deeper");
+    testutil::WriteFileText(tree + "sub/tool", "#!/bin/sh\n", 0755);
+    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(watch, 0);
+    ASSERT_GE(inotify_add_watch(watch, (tree + "sub").c_str(), IN_OPEN), 0);
+    auto opened = [watch] {   // opens below the start folder since the last call
+        char events[4096];
+        ssize_t total = 0;
+        for (ssize_t n; (n = read(watch, events, sizeof events)) > 0;) total += n;
+        return total > 0;
+    };
+    std::vector<unsigned char> blocks[2][7];
+    for (const bool logging : {false, true}) {
+        session.Config(std::string(logging ? "Logging=1\n" : "") + "Mode=3\nInclude=" + tree + "\n");
+        session.Init(true);
+        opened();
+        ASSERT_EQ(session.Run(reply = CNDKMessage(), 0, 10), 3);
+        EXPECT_EQ(opened(), logging);
+        const Reply out(reply, 0);
+        std::copy(std::begin(out.blocks), std::end(out.blocks), blocks[logging]);
+    }
+    close(watch);
+    for (int i = 0; i < 7; ++i) EXPECT_TRUE(blocks[0][i] == blocks[1][i]) << "block " << i;
+    const Strings log = session.Log();
+    EXPECT_NE(std::find(log.begin(), log.end(), "Check Files: " + tree + "sub/deeper/"), log.end());
 }
 
 // DataSent from a second thread once a run is collecting: either the ack stores the pending maps and the run compares

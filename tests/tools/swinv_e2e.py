@@ -119,6 +119,9 @@ class RunTest(SwinvCase):
 
 class ConfigTest(SwinvCase):
     def test_config_status_and_batch_query(self):
+        batch = lambda report: [s for s in report["settings"] if s["key"] == "BatchQuery"][0]
+        self.assertEqual([(batch(config)["value"], batch(config)["from"]) for config in (
+            self.swinv_json("status")["config"], self.swinv_json("config", 'Mode="1"')["config"])], [("1", "default")] * 2)
         done = self.swinv("config", 'Mode="5"; Foo="bar"; BatchQuery="1"', "--search", "/opt/a", "--search", "/srv/b")
         self.assert_lines(done.stdout + done.stderr, 'Mode="5"', "the component does not read the key Foo;")
         self.assertEqual(done.stderr.count("does not read"), 1, done.stderr)

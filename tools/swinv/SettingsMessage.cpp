@@ -20,7 +20,7 @@ const std::vector<SettingKey>& KnownSettings() {
         {"SizeKB", "0", "file scan: size limit in KiB (0 = none)"},
         {"Logging", "0", "1 = write data/Software.log"},
         {"RunAtStartup", "1", "0 = skip the inventory the agent starts at its own start-up"},
-        {"BatchQuery", "0", "1 = ask the package manager once for all packages; otherwise once per package"},
+        {"BatchQuery", "1", "1 = ask the package manager once for all packages; 0 = once per package"},
     };
     return keys;
 }

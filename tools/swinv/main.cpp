@@ -45,7 +45,7 @@ const char* const kConfigExamples = R"(Examples:
 
 Keys: Mode (1 packages, 2 executables below Include, 4 files matching Scan; add them up),
 Include, Scan, ExtInSelected, IncExt, Exclude, LeastMost, SizeKB, Logging, RunAtStartup,
-BatchQuery (1 asks the package manager once for all packages).
+BatchQuery (default 1: the package manager is asked once for all packages; 0: once per package).
 Every value is quoted; keys not given keep their value.)";
 
 const char* const kShowExamples = R"(Examples:
