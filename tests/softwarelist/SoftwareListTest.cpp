@@ -292,6 +292,7 @@ TEST(InventoryFlow, DefaultRunAsksTwiceAndWalksOnlyWhileLogging) {
     for (int i = 0; i < 7; ++i) EXPECT_TRUE(blocks[0][i] == blocks[1][i]) << "block " << i;
     const Strings log = session.Log();
     EXPECT_NE(std::find(log.begin(), log.end(), "Check Files: " + tree + "sub/deeper/"), log.end());
+    session.Ack();   // a pending package map is released only by DataSent
 }
 
 // DataSent from a second thread once a run is collecting: either the ack stores the pending maps and the run compares
