@@ -1,10 +1,11 @@
 # libsoftware.so.0: the host loads it and sees exactly the 16 entry points of
-# exports.map. Every layer is linked whole so that the class registration objects
-# (_init_<Class>) and the host settings singleton's initialiser are kept even
-# though nothing in the library refers to them. Dependents come before what they
+# exports.map. They stand here, above every layer, because they create the
+# concrete component. Every layer is linked whole so that the class registration
+# objects (_init_<Class>) and the host settings singleton's initialiser are kept
+# even though nothing in the library refers to them. Dependents come before what they
 # use, so that no layer is listed (and linked whole) twice.
 set(ZEV_COMPONENT_LAYERS
-  zev_softwarelist zev_collector zev_component_base zev_inventory zev_support zev_message zev_archive)
+  zev_softwarelist zev_collector zev_component_base zev_component_records zev_inventory zev_support zev_message zev_archive)
 
 add_library(software SHARED ${CMAKE_CURRENT_SOURCE_DIR}/exports.cpp)
 set_target_properties(software PROPERTIES

@@ -2,10 +2,9 @@
 // fetches the single component object and forwards to one virtual operation;
 // with no object it returns its null value. The object is created once per
 // loaded library: g_bLoaded is never reset, so a deleted component stays gone.
-#include "basecomponent.h"
-
-#include "ComponentGlobals.h"
-#include "softwarelist/softwarelist.h"
+#include "component/ComponentGlobals.h"
+#include "component/basecomponent.h"
+#include "softwarelist.h"
 
 extern "C" {
 
