@@ -7,7 +7,7 @@
 set(ZEV_COMPONENT_LAYERS
   zev_softwarelist zev_collector zev_component_base zev_component_records zev_inventory zev_support zev_message zev_archive)
 
-add_library(software SHARED ${CMAKE_CURRENT_SOURCE_DIR}/exports.cpp)
+add_library(software SHARED ${CMAKE_CURRENT_SOURCE_DIR}/exports.cpp ${CMAKE_CURRENT_SOURCE_DIR}/ImagePin.cpp)
 set_target_properties(software PROPERTIES
   OUTPUT_NAME software
   SOVERSION 0
@@ -16,7 +16,7 @@ set_target_properties(software PROPERTIES
 list(JOIN ZEV_COMPONENT_LAYERS "," _zev_layers)
 target_link_libraries(software PRIVATE
   "$<LINK_LIBRARY:WHOLE_ARCHIVE,${_zev_layers}>"
-  ZLIB::ZLIB Threads::Threads zev_settings)
+  ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS} zev_settings)
 # The layers also arrive as each other's dependencies; link them whole there too.
 foreach(_layer IN LISTS ZEV_COMPONENT_LAYERS)
   set_property(TARGET software PROPERTY LINK_LIBRARY_OVERRIDE_${_layer} WHOLE_ARCHIVE)
