@@ -2,7 +2,9 @@
 #   runtime (zev-software): the library in <prefix>/zev/slib (/usr/zev/slib in the packages, where
 #     the agent loads it from), swinv and zevreader with their manual pages, swinv's bash completion,
 #     the zevreader module, and the documents under share/doc;
-#   dev (zev-software-dev, zev-software-devel as an .rpm): the headers a host needs, under include/zev.
+#   dev (zev-software-dev, zev-software-devel as an .rpm): what a host program builds with: the
+#     headers under include/zev, the static library libzev-software-host.a, the pkg-config module
+#     zev-software, the CMake package ZevSoftware, and an example host under share/doc.
 # Build packages from a Release configuration; cpack strips the binaries:
 #   cmake -S . -B build-pkg -G Ninja -DCMAKE_BUILD_TYPE=Release -DZEV_BUILD_TESTS=OFF
 #   cmake --build build-pkg && (cd build-pkg && cpack)   # .deb, and .rpm where rpmbuild exists
@@ -75,8 +77,46 @@ install(FILES ${_zev_archive_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ze
 install(FILES ${PROJECT_SOURCE_DIR}/message/NDKMessage.h ${PROJECT_SOURCE_DIR}/message/NDKMessageData.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zev/message COMPONENT dev)
 install(FILES ${PROJECT_SOURCE_DIR}/component/basecomponent.h ${PROJECT_SOURCE_DIR}/component/CompMenuList.h
-              ${PROJECT_SOURCE_DIR}/component/HostSettings.h
+              ${PROJECT_SOURCE_DIR}/component/HostRecords.h ${PROJECT_SOURCE_DIR}/component/HostSettings.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zev/component COMPONENT dev)
+
+# The static library, its pkg-config module and its CMake package, in the multiarch folder where
+# the build machine has one (Debian's pkg-config and CMake look there, also for cross builds).
+if(CMAKE_LIBRARY_ARCHITECTURE)
+  set(ZEV_HOST_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE})
+else()
+  set(ZEV_HOST_LIBDIR ${CMAKE_INSTALL_LIBDIR})
+endif()
+install(TARGETS zev_host ARCHIVE DESTINATION ${ZEV_HOST_LIBDIR} COMPONENT dev)
+# A static library keeps its symbols when stripped; only the compiler's notes go, as for the binaries.
+if(CMAKE_OBJCOPY)
+  install(CODE "
+    if(CMAKE_INSTALL_DO_STRIP)
+      execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --remove-section=.comment
+                              \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${ZEV_HOST_LIBDIR}/$<TARGET_FILE_NAME:zev_host>\"
+                      COMMAND_ERROR_IS_FATAL ANY)
+    endif()" COMPONENT dev)
+endif()
+file(RELATIVE_PATH ZEV_PC_TO_PREFIX /${ZEV_HOST_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" ZEV_PC_TO_PREFIX "${ZEV_PC_TO_PREFIX}")
+configure_file(${ZEV_PACKAGE_DIR}/zev-software.pc.in ${PROJECT_BINARY_DIR}/package/zev-software.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/package/zev-software.pc DESTINATION ${ZEV_HOST_LIBDIR}/pkgconfig COMPONENT dev)
+
+include(CMakePackageConfigHelpers)
+set(_zev_cmake_dir ${ZEV_HOST_LIBDIR}/cmake/ZevSoftware)
+set(ZEV_HOST_ARCHIVE ${ZEV_HOST_LIBDIR}/${CMAKE_STATIC_LIBRARY_PREFIX}zev-software-host${CMAKE_STATIC_LIBRARY_SUFFIX})
+set(ZEV_HOST_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/zev)
+configure_package_config_file(${ZEV_PACKAGE_DIR}/ZevSoftwareConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/package/ZevSoftwareConfig.cmake
+  INSTALL_DESTINATION ${_zev_cmake_dir} PATH_VARS ZEV_HOST_ARCHIVE ZEV_HOST_INCLUDEDIR)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/ZevSoftwareConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/package/ZevSoftwareConfig.cmake ${PROJECT_BINARY_DIR}/package/ZevSoftwareConfigVersion.cmake
+        DESTINATION ${_zev_cmake_dir} COMPONENT dev)
+
+# The example host: a source file and its CMakeLists.txt, built from the installed files alone.
+install(FILES ${PROJECT_SOURCE_DIR}/tools/examplehost/example-host.cpp ${PROJECT_SOURCE_DIR}/tools/examplehost/CMakeLists.txt
+        DESTINATION ${_zev_doc}/${ZEV_PACKAGE_NAME}-dev/examples COMPONENT dev)
 
 # What both package formats share.
 set(CPACK_PACKAGE_NAME ${ZEV_PACKAGE_NAME})
@@ -95,11 +135,13 @@ since the last one it received.
 
 This package also provides swinv, which runs the component by hand and reads
 its files, and zevreader, which decodes its list files and replies as JSON.]=])
-set(_zev_dev_summary "Software Inventory component of the ZEV agent - host headers")
-set(_zev_dev_description [=[The headers a host program needs to load and drive libsoftware.so.0, the
-Software Inventory component of the ZEV asset-management agent: the exported
-entry points and the records passed to them, the message that carries
-requests and replies, and the archive and collections beneath it.]=])
+set(_zev_dev_summary "Software Inventory component of the ZEV agent - host development files")
+set(_zev_dev_description [=[What a host program needs to load and drive libsoftware.so.0, the Software
+Inventory component of the ZEV asset-management agent: the headers of the
+exported entry points and the records passed to them, of the message that
+carries requests and replies, and of the archive beneath it; a static library
+of the classes a host shares with the component; a pkg-config module
+(zev-software) and a CMake package (ZevSoftware); and an example host.]=])
 
 set(CPACK_GENERATOR "DEB")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -112,9 +154,9 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${ZEV_PACKAGE_DIR}/prerm)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${ZEV_PACKAGE_NAME}-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DEV_DESCRIPTION "${_zev_dev_summary}\n${_zev_dev_description}")
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${ZEV_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+# The static library needs zlib at link time, and its pkg-config module names zlib's.
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${ZEV_PACKAGE_NAME} (= ${PROJECT_VERSION}), zlib1g-dev")
 find_program(ZEV_DPKG_SHLIBDEPS dpkg-shlibdeps)
 if(ZEV_DPKG_SHLIBDEPS)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
@@ -139,14 +181,14 @@ if(ZEV_RPMBUILD)
   # RPM names development packages -devel.
   set(CPACK_RPM_DEV_PACKAGE_NAME ${ZEV_PACKAGE_NAME}-devel)
   set(CPACK_RPM_DEV_PACKAGE_GROUP "Development/Libraries")
-  set(CPACK_RPM_DEV_PACKAGE_ARCHITECTURE noarch)
   set(CPACK_RPM_DEV_PACKAGE_SUMMARY ${_zev_dev_summary})
   set(CPACK_RPM_DEV_PACKAGE_DESCRIPTION ${_zev_dev_description})
-  set(CPACK_RPM_DEV_PACKAGE_REQUIRES "${ZEV_PACKAGE_NAME} = ${PROJECT_VERSION}")
+  set(CPACK_RPM_DEV_PACKAGE_REQUIRES "${ZEV_PACKAGE_NAME} = ${PROJECT_VERSION}, zlib-devel")
   # The packages own only their files, not the shared folders above them.
   set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
       /usr/share/man /usr/share/man/man1 /usr/lib/python3 /usr/lib/python3/dist-packages /usr/share/bash-completion
-      /usr/share/bash-completion/completions /usr/share/lintian /usr/share/lintian/overrides)
+      /usr/share/bash-completion/completions /usr/share/lintian /usr/share/lintian/overrides
+      /usr/${ZEV_HOST_LIBDIR} /usr/${ZEV_HOST_LIBDIR}/pkgconfig /usr/${ZEV_HOST_LIBDIR}/cmake)
 endif()
 
 include(CPack)

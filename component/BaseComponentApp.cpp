@@ -1,4 +1,4 @@
-// Default operations of the abstract component and the records the host passes in.
+// Default operations of the abstract component.
 #include "basecomponent.h"
 
 #include <unistd.h>
@@ -25,9 +25,4 @@ int CBaseComponentApp::SetXState(bool) { return 1; }
 void CBaseComponentApp::ResetExecs() {
     m_bExecuting = false;
     m_bCancelExecute = false;
-}
-
-CExecuteInfo::CExecuteInfo(bool fullRefresh, unsigned int flags, CNDKMessage* message)
-    : m_bFullRefresh(fullRefresh), m_dwFlags(flags) {
-    if (message) m_Message = *message;
 }

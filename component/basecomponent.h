@@ -1,10 +1,11 @@
 // The host-visible component interface: the abstract CBaseComponentApp whose
 // virtual slot order is part of the host contract, the records the host passes
-// in (CInitInfo, CExecuteInfo), the scoped MutexLock, and the 16 exported C
-// entry points that forward to the single component object.
+// in (HostRecords.h), the scoped MutexLock, and the declarations of the 16
+// exported C entry points (defined with the concrete component, at the top).
 #pragma once
 
 #include "CompMenuList.h"
+#include "HostRecords.h"
 #include "message/NDKMessage.h"
 
 #include <pthread.h>
@@ -15,22 +16,6 @@
 #define ZEV_EXPORT __attribute__((visibility("default")))
 
 class CStringArray;
-
-class CInitInfo {
-public:
-    explicit CInitInfo(bool init) : m_bInit(init) {}
-    std::string m_strHomePath;   // ends with a path separator
-    bool m_bInit;                // true: initialise; false: shut down
-};
-
-class CExecuteInfo {
-public:
-    // A null message leaves m_Message empty; otherwise m_Message is a deep copy.
-    CExecuteInfo(bool fullRefresh, unsigned int flags, CNDKMessage* message);
-    bool m_bFullRefresh;
-    unsigned int m_dwFlags;   // 0x100: started by the host at agent start-up
-    CNDKMessage m_Message;
-};
 
 // Locks on construction, unlocks on every way out of the scope.
 class MutexLock {

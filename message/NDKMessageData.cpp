@@ -7,6 +7,7 @@
 #include "archive/arcobj.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -17,7 +18,32 @@ namespace {
 // costs no more memory than the bytes that are really there.
 constexpr size_t kLoadChunk = 64 * 1024;
 
+// Constant-initialised, so elements built during static initialisation count too.
+std::atomic<long> g_nLiveElements{0};
+
+// The element without its counting base, as hosts were built with it.
+struct ElementLayout {
+    virtual ~ElementLayout() = default;
+    alignas(8) unsigned char value[8];
+    int type;
+    std::string text;
+    CNDKDataBuffer buffer;
+};
+static_assert(sizeof(CNDKMessageData) == sizeof(ElementLayout), "the counting base must not change the layout");
+
 }  // namespace
+
+// ---------------------------------------------------------------- CNDKElementTally
+
+long CNDKElementTally::Live() { return g_nLiveElements.load(std::memory_order_relaxed); }
+
+CNDKElementTally::CNDKElementTally() noexcept { g_nLiveElements.fetch_add(1, std::memory_order_relaxed); }
+
+CNDKElementTally::CNDKElementTally(const CNDKElementTally&) noexcept {
+    g_nLiveElements.fetch_add(1, std::memory_order_relaxed);
+}
+
+CNDKElementTally::~CNDKElementTally() { g_nLiveElements.fetch_sub(1, std::memory_order_relaxed); }
 
 // ---------------------------------------------------------------- CNDKDataBuffer
 
@@ -142,8 +168,15 @@ CNDKMessageData::CNDKMessageData(const void* pData, unsigned int nLength)
     std::memset(&m_value, 0, sizeof m_value);
 }
 
+// Out of line: the key function, so this binary's element vtable is emitted here.
+CNDKMessageData::~CNDKMessageData() = default;
+
 CNDKMessageData::CNDKMessageData(const CNDKMessageData& src)
-    : m_value(src.m_value), m_nDataType(src.m_nDataType), m_strData(src.m_strData), m_dataBuffer(src.m_dataBuffer) {}
+    : CNDKElementTally(src),
+      m_value(src.m_value),
+      m_nDataType(src.m_nDataType),
+      m_strData(src.m_strData),
+      m_dataBuffer(src.m_dataBuffer) {}
 
 CNDKMessageData& CNDKMessageData::operator=(const CNDKMessageData& src) {
     if (this != &src) {

@@ -47,7 +47,23 @@ private:
     unsigned int m_nLength = 0;
 };
 
-class CNDKMessageData {
+// Counts the elements that this binary's code built and has not yet destroyed.
+// Every binary that carries the message code (the component, a host) keeps its
+// own count, as an element's virtual destructor is that of the code that built it;
+// the component asks at its deletion whether the host still holds any of its own.
+class CNDKElementTally {
+public:
+    static long Live();
+
+protected:
+    CNDKElementTally() noexcept;
+    CNDKElementTally(const CNDKElementTally&) noexcept;
+    CNDKElementTally& operator=(const CNDKElementTally&) noexcept { return *this; }
+    ~CNDKElementTally();
+};
+
+// The counting base is empty and takes no room: the element's layout stays the host's.
+class CNDKMessageData : private CNDKElementTally {
 public:
     CNDKMessageData();   // an empty string element
     explicit CNDKMessageData(unsigned char value);
@@ -65,7 +81,7 @@ public:
     CNDKMessageData& operator=(const CNDKMessageData& src);
     CNDKMessageData(CNDKMessageData&& src) noexcept = default;
     CNDKMessageData& operator=(CNDKMessageData&& src) noexcept = default;
-    virtual ~CNDKMessageData() = default;
+    virtual ~CNDKMessageData();
 
     int GetDataType() const { return m_nDataType; }
 

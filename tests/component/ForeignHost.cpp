@@ -1,10 +1,14 @@
 // A host of its own, as the agent is, whose settings state the component knows nothing of: it loads
-// libsoftware.so.0, runs an inventory, acknowledges it, shuts down and unloads, once closed for good (exit-time
-// destructors run at dlclose) and once kept mapped (they run at exit). Exit 0 when its state was left alone.
+// libsoftware.so.0, runs an inventory, acknowledges it, shuts down and unloads with a real dlclose, twice. The
+// first time it keeps nothing the component made, so dlclose unmaps the library and the second load is a fresh
+// one. The second time it keeps the reply past the unload, as a host whose reply waits in a send queue, and
+// destroys it after dlclose. Exit 0 when nothing crashed and the host's own state was left alone.
 #include "ComponentLibrary.h"
 #include "TestUtil.h"
 #include "component/HostSettings.h"
 #include "message/NDKMessage.h"
+
+#include <dlfcn.h>
 
 #include <cstdio>
 #include <map>
@@ -49,19 +53,28 @@ int main(int argc, char** argv) {
     g_home = home.path() + "/";
     testutil::MakeDirs(g_home + "data");
 
-    for (const bool keepMapped : {false, true}) {
-        const hostshim::ComponentLibrary library(argv[1], keepMapped);
+    std::unique_ptr<CNDKMessage> kept;
+    for (const bool keepReply : {false, true}) {
+        if (void* stale = dlopen(argv[1], RTLD_NOW | RTLD_NOLOAD))
+            return dlclose(stale), Fail("the library stayed mapped although the host kept nothing of it");
+        const hostshim::ComponentLibrary library(argv[1]);
         const hostshim::ComponentExports& lib = library.exports();
         if (!lib.GetComponentApp()) return Fail("no component");
         CInitInfo start(true), stop(false);
         start.m_strHomePath = g_home;
-        CNDKMessage reply, ack;
+        auto reply = std::make_unique<CNDKMessage>();
+        CNDKMessage ack;
         CExecuteInfo run(false, 0, nullptr);
-        if (lib.InitClient(&start) != 1 || lib.Execute(10, reply, &run) != 3) return Fail("no inventory");
+        if (lib.InitClient(&start) != 1 || lib.Execute(10, *reply, &run) != 3) return Fail("no inventory");
         lib.DataSent(ack);   // the pending maps become the list files and are released
+        if (keepReply) kept = std::move(reply);
+        reply.reset();
         if (lib.InitClient(&stop) != 1 || lib.Unload(0) != 1) return Fail("no shutdown");
         if (std::remove((g_home + "data/SWPackage.bin").c_str()) != 0) return Fail("no package list");
     }
+    // The library is closed; the elements' destructors are still its code.
+    if (kept->GetNbElements() != 17) return Fail("the kept reply lost its elements");
+    kept.reset();
     // One settings object per load of the library, each as its host made it.
     if (g_impls.size() != 2) return Fail("settings objects not made once per load");
     for (const auto& impl : g_impls)

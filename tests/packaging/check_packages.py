@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""check_packages.py PACKAGE_DIR: the packages cpack built, as an operator meets them: lintian, control fields and file
-lists; dpkg -i, the installed swinv and zevreader, dpkg -r in a private mount namespace over overlays (root only); the
-.rpm files through rpm -qip and -qlp."""
+"""check_packages.py PACKAGE_DIR: the packages cpack built, as an operator and a host developer meet them: lintian,
+control fields and file lists; the example host built from the unpacked packages alone, with pkg-config and with
+CMake; dpkg -i, the installed swinv, zevreader and example host, dpkg -r in a private mount namespace over overlays
+(root only); the .rpm files through rpm -qip and -qlp."""
 import glob, json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
@@ -16,9 +17,14 @@ RUNTIME_FILES = ["/usr/zev/slib/libsoftware.so.0", "/usr/bin/swinv", "/usr/bin/z
                                       "doc/zev-software/copyright", "doc/zev-software/changelog.gz",
                                       "doc/zev-software/formats.md.gz", "lintian/overrides/zev-software")]
 DEV_FILES = ["/usr/include/zev/" + header for header in (
-    "component/basecomponent.h", "component/CompMenuList.h", "component/HostSettings.h", "message/NDKMessage.h",
-    "message/NDKMessageData.h", "archive/arcobj.h")] + ["/usr/share/doc/zev-software-dev/copyright"]
-
+    "component/basecomponent.h", "component/CompMenuList.h", "component/HostRecords.h", "component/HostSettings.h",
+    "message/NDKMessage.h", "message/NDKMessageData.h", "archive/arcobj.h")] + [
+    "/usr/share/doc/zev-software-dev/" + path for path in ("copyright", "examples/example-host.cpp",
+                                                           "examples/CMakeLists.txt")]
+# The -dev package's files in the library folder, below /usr/lib/<multiarch> on Debian.
+HOST_LIBRARY_FILES = ["libzev-software-host.a", "pkgconfig/zev-software.pc", "cmake/ZevSoftware/ZevSoftwareConfig.cmake",
+                      "cmake/ZevSoftware/ZevSoftwareConfigVersion.cmake"]
+FAKEPM = str(Path(__file__).resolve().parents[1] / "tools" / "fakepm")
 
 def run(*argv, check=True, **options):
     done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **options)
@@ -33,11 +39,41 @@ def deb(name):
     return found[0]
 
 
+def host_libdir():
+    """The library folder of the -dev package: Debian's multiarch folder where the machine has one."""
+    arch = run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip() if shutil.which("dpkg-architecture") else ""
+    return "/usr/lib/" + arch if arch else "/usr/lib"
+
+
 def misfiled(runtime, dev):
     """The files missing from the runtime or development package's list, or lying in the wrong one."""
+    dev_files = DEV_FILES + [host_libdir() + "/" + name for name in HOST_LIBRARY_FILES]
     return ([f for f in RUNTIME_FILES if f not in runtime] + [f for f in runtime if f.startswith("/usr/include")] +
-            [f for f in DEV_FILES if f not in dev] +
-            [f for f in dev if not f.startswith(("/usr/include/zev", "/usr/share/doc/zev-software-dev"))])
+            [f for f in dev_files if f not in dev] +
+            [f for f in dev if f not in dev_files and not f.startswith(
+                ("/usr/include/zev", "/usr/share/doc/zev-software-dev", host_libdir() + "/cmake/ZevSoftware"))])
+
+
+def example_host_problems(examples, work, env, library=()):
+    """Builds the example host in `examples` with pkg-config and with CMake, as its header says, and runs each build
+    over a stand-in package manager of two packages (against `library` if given, else the host's default)."""
+    stand_in = os.path.join(work, "pm")
+    os.makedirs(stand_in)
+    for name in ("dpkg-query", "rpm"):
+        os.symlink(FAKEPM, os.path.join(stand_in, name))
+    Path(work, "packages").write_text("alpha^1.0^Alpha tool^Debian\nbeta^2.1^Beta tool^Debian\n")
+    flags = run("pkg-config", "--cflags", "--libs", "zev-software", env=env).split()
+    hosts = {"pkg-config": os.path.join(work, "host-pkg-config"), "CMake": os.path.join(work, "cmake", "zev-host-example")}
+    run("g++", "-std=c++17", "-o", hosts["pkg-config"], os.path.join(examples, "example-host.cpp"), *flags, env=env)
+    run("cmake", "-S", examples, "-B", os.path.join(work, "cmake"), env=env)
+    run("cmake", "--build", os.path.join(work, "cmake"), env=env)
+    problems = []
+    for way, host in hosts.items():
+        printed = run(host, os.path.join(work, "home-" + way), *library,
+                      env=dict(env, PATH=stand_in + ":" + env["PATH"], FAKE_PM_DB=os.path.join(work, "packages")))
+        if "packages: 2 added, 0 deleted, 0 changed" not in printed.splitlines():
+            problems.append("the example host built with %s printed:\n%s" % (way, printed))
+    return problems
 
 
 @unittest.skipUnless(shutil.which("dpkg-deb"), "dpkg-deb is missing")
@@ -57,11 +93,28 @@ class DebianPackages(unittest.TestCase):
             self.assertRegex(control["Maintainer"], r"<[^@]+@example\.(com|org|net)>$", name)
             self.assertFalse(control["Description"].endswith("."), name)   # a synopsis, not a sentence
         self.assertEqual([fields[NAME + "-dev"][key] for key in ("Depends", "Architecture")],
-                         ["%s (= %s)" % (NAME, fields[NAME]["Version"]), "all"])
+                         ["%s (= %s), zlib1g-dev" % (NAME, fields[NAME]["Version"]), fields[NAME]["Architecture"]])
         self.assertIn("python3", fields[NAME]["Depends"].split(", "))
         files = [["/" + line.split()[5][2:] for line in run("dpkg-deb", "-c", deb(name)).splitlines() if line[0] in "-l"]
                  for name in (NAME, NAME + "-dev")]
         self.assertEqual(misfiled(*files), [])
+
+    @unittest.skipUnless(all(map(shutil.which, ("g++", "cmake", "pkg-config"))), "g++, cmake or pkg-config is missing")
+    def test_example_host_builds_from_the_unpacked_packages_and_runs_an_inventory(self):
+        with tempfile.TemporaryDirectory(prefix="zev-host-") as work:
+            root = os.path.join(work, "root")
+            for name in (NAME, NAME + "-dev"):
+                run("dpkg-deb", "-x", deb(name), root)
+            libdir = root + host_libdir()
+            archive = os.path.join(libdir, "libzev-software-host.a")
+            print("\nlibzev-software-host.a: %d bytes" % os.path.getsize(archive), file=sys.stderr)
+            # Position-independent: it links whole into a shared object.
+            run("g++", "-shared", "-o", os.path.join(work, "whole.so"), "-Wl,--whole-archive", archive,
+                "-Wl,--no-whole-archive", "-lz")
+            # Found only through the unpacked files: both the module and the package locate themselves.
+            env = dict(os.environ, PKG_CONFIG_PATH=libdir + "/pkgconfig", CMAKE_PREFIX_PATH=root + "/usr")
+            self.assertEqual(example_host_problems(root + "/usr/share/doc/zev-software-dev/examples", work, env,
+                                                   [root + RUNTIME_FILES[0]]), [])
 
 
 @unittest.skipUnless(hasattr(os, "geteuid") and os.geteuid() == 0 and shutil.which("unshare") and shutil.which("dpkg"),
@@ -76,7 +129,8 @@ class InstallAndRemove(unittest.TestCase):
         print("inside the namespace:\n" + done.stdout[-3000:], file=sys.stderr)
         self.assertEqual(done.returncode, 0, done.stdout[-6000:])
         # and nothing of it reached the machine
-        self.assertEqual([path for path in RUNTIME_FILES + DEV_FILES + ["/usr/zev"] if os.path.lexists(path)], [])
+        self.assertEqual([path for path in RUNTIME_FILES + DEV_FILES + ["/usr/zev", "/usr/include/zev"] +
+                          [host_libdir() + "/" + name for name in HOST_LIBRARY_FILES] if os.path.lexists(path)], [])
         self.assertEqual(Path("/var/lib/dpkg/status").read_bytes(), status_before)
 
 
@@ -107,9 +161,14 @@ def inside(scratch, runtime, dev):
     if {e["key"] for e in decoded["packages"]["add"]["entries"]} != {r["key"] for r in reply["packages"]["added"]}:
         problems.append("zevreader reads other packages than swinv shows")
 
+    # The example host, built from the installed files alone, against the installed library.
+    problems += example_host_problems("/usr/share/doc/zev-software-dev/examples", os.path.join(scratch, "example"),
+                                      dict(os.environ))
+
     run("dpkg", "-r", NAME + "-dev", NAME)
     left = [path for path in ["/usr/zev", "/usr/include/zev", "/usr/lib/python3/dist-packages/zevreader",
-                              "/usr/share/doc/zev-software"] if os.path.lexists(path)]
+                              "/usr/share/doc/zev-software", "/usr/share/doc/zev-software-dev",
+                              host_libdir() + "/cmake/ZevSoftware"] if os.path.lexists(path)]
     # Whatever dpkg or the programs wrote below /usr or /etc and left there, directories aside.
     for target in ("/usr", "/etc"):
         for folder, _, names in os.walk(upper(target)):
@@ -135,7 +194,8 @@ class RpmPackages(unittest.TestCase):
         self.assertEqual(misfiled(*(run("rpm", "-qlp", rpms[n]).split() for n in (NAME, NAME + "-devel"))), [])
         self.assertIn("%s = " % NAME, run("rpm", "-qp", "--requires", rpms[NAME + "-devel"]))
         self.assertIn("python3", run("rpm", "-qp", "--requires", rpms[NAME]).split())
-        self.assertEqual(run("rpm", "-qp", "--qf", "%{ARCH}", rpms[NAME + "-devel"]), "noarch")
+        self.assertIn("zlib-devel", run("rpm", "-qp", "--requires", rpms[NAME + "-devel"]).split())
+        self.assertEqual(*(run("rpm", "-qp", "--qf", "%{ARCH}", rpms[n]) for n in (NAME, NAME + "-devel")))
         # Stripped: with debug information swinv alone is over 10 MB.
         self.assertLess(int(run("rpm", "-qp", "--qf", "%{SIZE}", rpms[NAME])), 3 * 1024 * 1024)
 

@@ -2,10 +2,10 @@
 // fetches the single component object and forwards to one virtual operation;
 // with no object it returns its null value. The object is created once per
 // loaded library: g_bLoaded is never reset, so a deleted component stays gone.
-#include "basecomponent.h"
-
-#include "ComponentGlobals.h"
-#include "softwarelist/softwarelist.h"
+#include "ImagePin.h"
+#include "component/ComponentGlobals.h"
+#include "component/basecomponent.h"
+#include "softwarelist.h"
 
 extern "C" {
 
@@ -22,6 +22,8 @@ void DeleteComponentApp() {
     if (!g_bLoaded) return;
     delete g_pSoftwareListApp;
     g_pSoftwareListApp = nullptr;
+    // The component is gone for good; only elements it left with the host may still need its code.
+    PinImageWhileElementsLive();
 }
 
 bool IsLoaded() { return g_bLoaded; }
