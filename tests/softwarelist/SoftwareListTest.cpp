@@ -376,6 +376,7 @@ flatpak install --user --noninteractive -y zev-local org.zev.Hello org.zev.Greet
     EXPECT_EQ(apps, (Strings{"org.zev.Greeter\\zev-local\\2.0+zev~1: org.zev.Greeter|2.0+zev~1|zev-local|Zev Greeter|128",
                              "org.zev.Hello\\zev-local\\stable: org.zev.Hello|stable|zev-local|Hello|128"}));
     EXPECT_EQ(Keys(out.pkAdd).size(), kFirst.size() + 2);   // beside the packages
+    session.Ack();   // the pending package map is released only here
 }
 
 // Mode 1 full runs on this machine's package database, one query per package and then one batch query: the same
