@@ -325,6 +325,7 @@ TEST(ExtraSources, ReadEachRunTwoMoreCommandsAFailingOneFailsTheRun) {
     const CNDKMessage before = reply;
     run("snap", 0, reply);
     EXPECT_TRUE(reply == before);
+    EXPECT_EQ(session.fake->Calls().find("--listfiles"), std::string::npos);   // failed before the package queries
     const Strings log = session.Log();
     EXPECT_EQ((Strings{"Package source snap failed: snap list --unicode=never --color=never", "Scan Packages failed"}),
               Strings(log.end() - std::min<size_t>(log.size(), 2), log.end()));
