@@ -318,12 +318,12 @@ TEST(RealPackageDb, WrittenDpkgDatabaseBatchQueryGivesTheSame) {
 
 // Stand-in snap and flatpak commands: their exact command lines, their records filed after the packages', and
 // missing tools. (A failing one: SoftwareListTest.)
-TEST(ExtraSources, StandInCommandsRecordsFailureAndNotFound) {
+TEST(ExtraSources, StandInCommandsRecordsAndMissingTools) {
     const std::string snap = "snap list --unicode=never --color=never",
                       flatpak = "flatpak list --app --columns=application,version,branch,origin,name";
     testutil::FakePackageManager fake;
     fake.Set("list", "", "hello\n");
-    fake.Set("query", "hello", "hello^2.10^GNU Hello^");   // the key of the snap "hello" below
+    fake.Set("query", "hello", "hello^2.10^Hello tool^");   // the key of the snap "hello" below
     fake.SetTool("snap", "Name Version Rev Tracking Publisher Notes\nhello 2.10 38 latest/stable - -\n"
                          "zev-notes-3 128.0.3-1 4650 latest/stable zevsoft** -\nshort 1\n");
     fake.SetTool("flatpak", "org.zev.Hello\t\tstable\tzev\tHello\n");

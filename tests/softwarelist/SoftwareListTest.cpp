@@ -347,7 +347,7 @@ TEST(RealFlatpak, UserInstallationBuiltOfflineIsRecorded) {
     for (const auto& [name, folder] : env) setenv(name, (top.path() + folder).c_str(), 1);
     testutil::WriteFileText(top.file("build.sh"), R"(set -e
 cd "$1"
-rt=org.zev.Platform/x86_64/1
+rt=org.zev.Platform/$(flatpak --default-arch)/1
 mkdir -p system config runtime/files runtime/usr Hello/files Greeter/files/share/app-info/xmls
 printf '[Runtime]\nname=org.zev.Platform\nruntime=%s\nsdk=%s\n' $rt $rt > runtime/metadata
 for app in Hello Greeter; do printf '[Application]\nname=org.zev.%s\nruntime=%s\nsdk=%s\n' $app $rt $rt > $app/metadata; done
