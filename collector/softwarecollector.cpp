@@ -3,6 +3,7 @@
 // the fixed walks of the home and product folders with their product checks.
 // With batch queries on, one call answers for all packages and each package's
 // answer is cut out of it, so that the records come out as from its own query.
+// The extra sources the server asks for (snaps, flatpak apps) add package records too.
 #include "softwarecollector.h"
 
 #include "CollectorSettings.h"
@@ -119,6 +120,9 @@ bool CSoftwareCollector::Cancelled() const { return m_pApp && m_pApp->CheckExecu
 bool CSoftwareCollector::ScanPackages(CInvMap* pSoftwareMap) {
     std::vector<std::string> packages;
     if (!ListPackages(packages)) return false;
+    // Deliberate: the sources are listed before the per-package queries, so a failing one fails the run early.
+    std::vector<ListedSource> sources;
+    if (!ListSources(sources)) return false;
 
     if (!m_bBatchQuery || !ScanPackagesInBatch(packages)) {
         for (const std::string& package : packages) {
@@ -126,6 +130,7 @@ bool CSoftwareCollector::ScanPackages(CInvMap* pSoftwareMap) {
             if (!processPackage(package, pSoftwareMap)) return false;
         }
     }
+    RecordSources(sources);   // after the packages: a source's record wins a key they share
 
     // The home and product folders are walked even after a cancellation.
     std::string checkFiles, excludeDirs;
@@ -325,4 +330,62 @@ collectortext::ArgumentLimit CSoftwareCollector::BatchLimit() const {
     const size_t exec = argMax > 0 ? static_cast<size_t>(argMax) : 131072;
     limit.execBytes = exec > environment + 2 * margin ? exec - environment - margin : margin;
     return limit;
+}
+
+void CSoftwareCollector::SetSources(const std::string& setting) {
+    std::vector<std::string> unknown;
+    m_sources = extrasources::SelectSources(setting, unknown);
+    if (m_pLogger)
+        for (const std::string& name : unknown) m_pLogger->log("Unknown package source ignored: %s", name.c_str());
+}
+
+bool CSoftwareCollector::ListSources(std::vector<ListedSource>& listed) {
+    if (!m_pPackageMap) return true;   // their records are all they give: with no map, nothing is run
+    for (const extrasources::Source* source : m_sources) {
+        if (Cancelled()) break;
+        // The host's runner tells no exit status, so a missing tool is told apart from a failing one here.
+        if (!OnSearchPath(source->tool)) {
+            if (m_pLogger) m_pLogger->log("Package source %s: no %s on the search path", source->name, source->tool);
+            continue;
+        }
+        std::string output;
+        if (!GetSimpleCommand(source->command, output)) {
+            // Deliberate, as for the package list: a failed list would read as everything it holds deleted.
+            if (m_pLogger) m_pLogger->log("Package source %s failed: %s", source->name, source->command);
+            return false;
+        }
+        extrasources::SourceList list = source->parse(output);
+        if (m_pLogger)
+            for (const std::string& line : list.skipped)
+                m_pLogger->log("Package source %s: line with too few fields skipped: %s", source->name, line.c_str());
+        listed.push_back({source, std::move(list.records)});
+    }
+    return true;
+}
+
+void CSoftwareCollector::RecordSources(const std::vector<ListedSource>& listed) {
+    if (!m_pPackageMap) return;
+    for (const ListedSource& entry : listed) {
+        for (const extrasources::SourceRecord& found : entry.records) {
+            // As for packages: the key keeps an empty company, the record gets a blank.
+            const std::string key = collectortext::Combine(found.name, found.company, found.version);
+            const std::string company = found.company.empty() ? " " : found.company;
+            CObject* pOld = nullptr;
+            if (m_pPackageMap->Lookup(key, pOld) && m_pLogger)
+                m_pLogger->log("Package source %s replaces the record under %s", entry.source->name, key.c_str());
+            CSoftwarePackageObject* pRecord = new CSoftwarePackageObject;
+            pRecord->m_nFlags = 128;
+            pRecord->m_strName = found.name;   // whole: no version-like tail is cut
+            pRecord->m_strVersion = found.version;
+            pRecord->m_strVendor = company;
+            pRecord->m_strDescription = found.summary;
+            m_pPackageMap->SetAt(key, pRecord);
+            if (m_pLogger) {
+                m_pLogger->log("Package %s", found.name.c_str());
+                m_pLogger->log("Version %s", found.version.c_str());
+                m_pLogger->log("Company %s", company.c_str());
+                m_pLogger->log("Summary %s", found.summary.c_str());
+            }
+        }
+    }
 }

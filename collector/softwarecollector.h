@@ -5,6 +5,7 @@
 #pragma once
 
 #include "CollectorText.h"
+#include "ExtraSources.h"
 
 #include <sys/stat.h>
 
@@ -30,13 +31,16 @@ public:
     void SetBatchQuery(bool bBatch) { m_bBatchQuery = bBatch; }
     // Replaces the system's argument limits for batch calls (tests use small ones).
     void SetBatchLimit(const collectortext::ArgumentLimit& limit) { m_batchLimit = limit; }
+    // The extra package sources of a "Sources" value ("snap|flatpak"); unknown names are logged and left out.
+    void SetSources(const std::string& setting);
 
     static bool ShouldUseDpkg();
     void ConfigureForPackageManager();
     void ConfigureForRpm();
     void ConfigureForDpkg();
 
-    // False when the package list cannot be had (see ListPackages) or a file list cannot be started.
+    // False when the package list or an extra source's list cannot be had (see ListPackages,
+    // ListSources) or a file list cannot be started.
     bool ScanPackages(CInvMap* pSoftwareMap);
     bool processPackage(const std::string& strName, CInvMap* pSoftwareMap);
     static std::string Combine(const std::string& a, const std::string& b, const std::string& c);
@@ -96,6 +100,15 @@ private:
     bool QueryBatch(const std::vector<std::string>& packages, std::map<std::string, std::string>& texts,
                     std::string& problem);
     collectortext::ArgumentLimit BatchLimit() const;
+    struct ListedSource {
+        const extrasources::Source* source;
+        std::vector<extrasources::SourceRecord> records;
+    };
+    // Each extra source's records. A source whose tool is not on the search path adds nothing;
+    // false, with a log line, when a list command fails.
+    bool ListSources(std::vector<ListedSource>& listed);
+    // Files the sources' records into the package map, replacing records under the same keys.
+    void RecordSources(const std::vector<ListedSource>& listed);
 
     CBaseComponentApp* m_pApp;
     const char* m_pszListCommand;
@@ -105,6 +118,7 @@ private:
     const char* m_pszBatchQuery;
     bool m_bBatchQuery = false;
     collectortext::ArgumentLimit m_batchLimit{0, 0};   // 0: the system's
+    std::vector<const extrasources::Source*> m_sources;
     std::string m_strCheckFiles;
     std::string m_strExcludeDirs;
     bool m_bWildcards = false;

@@ -81,6 +81,7 @@ int CSoftwareListApp::EnumSoftware(CNDKMessage& reply, CExecuteInfo* info) {
     collector.SetPackageMap(pPackages.get());
     collector.SetBatchQuery(bBatchQuery);
     if (m_pLogger) collector.SetLogger(m_pLogger);
+    collector.SetSources(config.getValue("Sources"));
 
     char szTime[200] = "";
     const time_t now = time(nullptr);

@@ -316,6 +316,45 @@ TEST(RealPackageDb, WrittenDpkgDatabaseBatchQueryGivesTheSame) {
     setenv("PATH", oldPath.c_str(), 1);
 }
 
+// Stand-in snap and flatpak commands: their exact command lines, their records filed after the packages', and
+// missing tools. (A failing one: SoftwareListTest.)
+TEST(ExtraSources, StandInCommandsRecordsAndMissingTools) {
+    const std::string snap = "snap list --unicode=never --color=never",
+                      flatpak = "flatpak list --app --columns=application,version,branch,origin,name";
+    testutil::FakePackageManager fake;
+    fake.Set("list", "", "hello\n");
+    fake.Set("query", "hello", "hello^2.10^Hello tool^");   // the key of the snap "hello" below
+    fake.SetTool("snap", "Name Version Rev Tracking Publisher Notes\nhello 2.10 38 latest/stable - -\n"
+                         "zev-notes-3 128.0.3-1 4650 latest/stable zevsoft** -\nshort 1\n");
+    fake.SetTool("flatpak", "org.zev.Hello\t\tstable\tzev\tHello\n");
+    Rig rig;
+    rig.collector.SetSources("flatpak|snap|rpmfusion");
+    ASSERT_TRUE(rig.collector.ScanPackages(&rig.software));
+    EXPECT_EQ((Strings{flatpak, snap, kQuery + "hello"}), rig.commands);   // the sources before the package queries
+    const std::string calls = fake.Calls();
+    EXPECT_NE(std::string::npos, calls.find("\nflatpak [list] [--app] [--columns=application,version,branch,origin,name]\n"
+                                            "snap [list] [--unicode=never] [--color=never]\ndpkg-query")) << calls;
+    EXPECT_EQ((Strings{"hello\\\\2.10: hello| |Snap package|2.10|128", "org.zev.Hello\\zev\\stable: org.zev.Hello|zev|Hello|stable|128",
+                       "zev-notes-3\\zevsoft\\128.0.3-1: zev-notes-3|zevsoft|Snap package|128.0.3-1|128"}),
+              Records(rig.packages));
+    const Strings log = rig.Log();
+    EXPECT_EQ((Strings{"Unknown package source ignored: rpmfusion", "Package source snap: line with too few fields skipped: short 1"}),
+              Strings(log.begin(), log.begin() + std::min<size_t>(2, log.size())));
+    const Strings replaced = {"Package source snap replaces the record under hello\\\\2.10", "Package hello", "Version 2.10",
+                              "Company  ", "Summary Snap package"};
+    EXPECT_NE(log.end(), std::search(log.begin(), log.end(), replaced.begin(), replaced.end())) << testing::PrintToString(log);
+
+    // Neither tool on the search path (nor rpm): nothing is started, each missing tool says so.
+    testutil::TempDir empty;
+    setenv("PATH", empty.path().c_str(), 1);   // the fake puts its own back
+    Rig none(true);
+    none.collector.SetSources("snap|flatpak");
+    EXPECT_TRUE(none.collector.ScanPackages(&none.software));
+    EXPECT_EQ(Strings{}, none.commands);
+    EXPECT_EQ(0, none.packages.GetCount());
+    EXPECT_EQ((Strings{"snap: no snap on the search path", "flatpak: no flatpak on the search path"}), none.Log("Package source "));
+}
+
 TEST(FileWalk, WhichFilesCountAsPrograms) {
     testutil::TempDir dir;
     testutil::MakeDirs(dir.file("plugins"));

@@ -101,6 +101,16 @@ FakePackageManager::~FakePackageManager() { setenv("PATH", m_oldPath.c_str(), 1)
 
 void FakePackageManager::SetBatch(std::string name, const std::string& text) { Set("batch", std::move(name), text); }
 
+void FakePackageManager::SetTool(const std::string& tool, const std::string& output, int status) {
+    std::string quoted;   // the output as one single-quoted shell word
+    for (const char c : output) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    // Shell built-ins only, so that it runs with nothing else on the search path.
+    WriteFileText(m_dir.file("bin/" + tool),
+                  "#!/bin/sh\n{ printf %s " + tool + "; for a in \"$@\"; do printf ' [%s]' \"$a\"; done; echo; } >> '" +
+                      m_dir.file("calls") + "'\nprintf %s '" + quoted + "'\nexit " + std::to_string(status) + "\n",
+                  0755);
+}
+
 void FakePackageManager::Set(const std::string& kind, std::string key, const std::string& text) {
     std::replace(key.begin(), key.end(), '/', '_');
     WriteFileText(m_dir.file(kind + "." + key), text);

@@ -52,6 +52,8 @@ public:
     ~FakePackageManager();
     void Set(const std::string& kind, std::string key, const std::string& text);
     void SetBatch(std::string name, const std::string& text);
+    // A stand-in `tool` beside them that adds its call to Calls() as they do, prints `output` and exits with `status`.
+    void SetTool(const std::string& tool, const std::string& output, int status = 0);
     std::string Calls() const { return ReadFileText(m_dir.file("calls")); }
     void ClearCalls() { WriteFileText(m_dir.file("calls"), ""); }
     std::string file(const std::string& name) const { return m_dir.file(name); }

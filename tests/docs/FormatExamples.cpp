@@ -1,6 +1,7 @@
 // format_examples OUTDIR: writes the examples docs/formats.md dumps: the built libsoftware.so.0 driven as the agent
-// drives it over two fake packages (settings message, the files it leaves, a first reply, the acknowledged lists), and
-// two executable records from the inventory layer, which the component never makes.
+// drives it over two fake packages (settings message, the files it leaves, a first reply, the acknowledged lists), a
+// stored list of one snap and one flatpak app from stand-in commands, and two executable records from the inventory
+// layer, which the component never makes.
 #include "HostShim.h"
 #include "LibraryHost.h"
 #include "TestUtil.h"
@@ -58,11 +59,22 @@ int main(int argc, char** argv) {
     reply.SetAt(0, std::string("01 Jan 2025 12:00:00"));   // the run's own clock would change it every run
     WriteMessage(reply, out + "reply.bin");
     lib.DataSent(none);
+    for (const char* name : {"swsearch.bin", ".Software_Inventory_Config", "SWPackage.bin", "SWList.bin"})
+        testutil::WriteFileText(out + name, testutil::ReadFileText(data + name));   // a missing one fails as an empty dump
+
+    // No package any more, one snap and one flatpak app: the stored list then holds just their records.
+    packageManager.Set("list", "", "");
+    packageManager.SetTool("snap", "Name     Version    Rev   Tracking       Publisher  Notes\n"
+                                   "zevnotes  128.0.3-1  4650  latest/stable  zevsoft**  -\n");
+    packageManager.SetTool("flatpak", "org.zev.Boxes\t\tstable\tzev-apps\tBoxes\n");
+    testutil::WriteFileText(data + ".Software_Inventory_Config", "Mode=1\nSources=snap|flatpak\n");
+    CNDKMessage sources;
+    if (lib.Execute(0, sources, &info) != 3) return Fail("no inventory with the extra sources");
+    lib.DataSent(none);
+    testutil::WriteFileText(out + "sources.bin", testutil::ReadFileText(data + "SWPackage.bin"));
     CInitInfo stop(false);
     lib.InitClient(&stop);
     lib.Unload(0);
-    for (const char* name : {"swsearch.bin", ".Software_Inventory_Config", "SWPackage.bin", "SWList.bin"})
-        testutil::WriteFileText(out + name, testutil::ReadFileText(data + name));   // a missing one fails as an empty dump
 
     CInvMap executables;
     for (const std::string name : {"run", "stop"}) {

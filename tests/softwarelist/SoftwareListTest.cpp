@@ -10,6 +10,8 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <thread>
@@ -334,6 +336,95 @@ TEST(InventoryFlow, DataSentRacingARunEndsInOneOfTheTwoOrders) {
         EXPECT_EQ(session.Stored("SWPackage.bin"), nextKeys) << round;
     }
     EXPECT_GE(ackFirst, 1);
+}
+
+// "Sources" is read at each run; both sources cost two commands more than none; a failing one fails the run as a
+// failing package list does: no reply, the baseline kept.
+TEST(ExtraSources, ReadEachRunTwoMoreCommandsAFailingOneFailsTheRun) {
+    Session session("Logging=1\n");
+    session.fake->SetTool("snap", "Name Version Rev Tracking Publisher Notes\nzevnotes 128.0.3-1 4650 latest/stable zevsoft** -\n");
+    session.fake->SetTool("flatpak", "org.zev.Hello\t\tstable\tzev\tHello\n");
+    size_t commands = 0;
+    hostshim::SetCommandObserver([&commands](const char*) { ++commands; });
+    auto run = [&](const std::string& sources, int result, CNDKMessage& reply) {   // (commands, calls) of a run
+        session.Config("Logging=1\nSources=" + sources + "\n");
+        session.fake->ClearCalls();
+        session.Log();
+        commands = 0;
+        EXPECT_EQ(session.Run(reply), result) << sources;
+        const std::string calls = session.fake->Calls();
+        return std::make_pair(commands, static_cast<size_t>(std::count(calls.begin(), calls.end(), '\n')));
+    };
+    CNDKMessage none, both;
+    const auto [noneCommands, noneCalls] = run("", 3, none);
+    session.Ack();
+    const auto [bothCommands, bothCalls] = run("snap|flatpak|rpmfusion", 3, both);
+    EXPECT_EQ(bothCommands, noneCommands + 2);
+    EXPECT_EQ(bothCalls, noneCalls + 2);
+    EXPECT_EQ(session.Log().at(1), "Unknown package source ignored: rpmfusion");
+    Reply added(both, 0);
+    EXPECT_EQ(Keys(added.pkAdd), (Strings{"org.zev.Hello\\zev\\stable", "zevnotes\\zevsoft\\128.0.3-1"}));
+    session.Ack();
+
+    const auto stored = testutil::ReadFileBytes(session.Data("SWPackage.bin"));
+    session.fake->SetTool("snap", "", 1);
+    CNDKMessage reply = HostReply(5);
+    const CNDKMessage before = reply;
+    run("snap", 0, reply);
+    EXPECT_TRUE(reply == before);
+    EXPECT_EQ(session.fake->Calls().find("--listfiles"), std::string::npos);   // failed before the package queries
+    const Strings log = session.Log();
+    EXPECT_EQ((Strings{"Package source snap failed: snap list --unicode=never --color=never", "Scan Packages failed"}),
+              Strings(log.end() - std::min<size_t>(log.size(), 2), log.end()));
+    session.Ack();   // nothing pending to store
+    EXPECT_TRUE(testutil::ReadFileBytes(session.Data("SWPackage.bin")) == stored);
+    hostshim::SetCommandObserver({});
+}
+
+// The real flatpak command on a user installation built here without a network: a runtime and two apps, Greeter with
+// release data and Hello without (its branch stands for its version), exported to a local repository, added unsigned
+// and installed. The system installation is an empty folder of the test's; the environment set here is this test
+// process's own.
+TEST(RealFlatpak, UserInstallationBuiltOfflineIsRecorded) {
+    if (std::system("command -v flatpak > /dev/null 2>&1") != 0) GTEST_SKIP() << "no flatpak command on the search path";
+    testutil::TempDir top;
+    const std::pair<const char*, const char*> env[] = {{"HOME", "/home"}, {"XDG_DATA_HOME", "/home/data"},
+                                                       {"XDG_CACHE_HOME", "/home/cache"}, {"XDG_CONFIG_HOME", "/home/config"},
+                                                       {"FLATPAK_SYSTEM_DIR", "/system"}, {"FLATPAK_CONFIG_DIR", "/config"}};
+    for (const auto& [name, folder] : env) setenv(name, (top.path() + folder).c_str(), 1);
+    testutil::WriteFileText(top.file("build.sh"), R"(set -e
+cd "$1"
+rt=org.zev.Platform/$(flatpak --default-arch)/1
+mkdir -p system config runtime/files runtime/usr Hello/files Greeter/files/share/app-info/xmls
+printf '[Runtime]\nname=org.zev.Platform\nruntime=%s\nsdk=%s\n' $rt $rt > runtime/metadata
+for app in Hello Greeter; do printf '[Application]\nname=org.zev.%s\nruntime=%s\nsdk=%s\n' $app $rt $rt > $app/metadata; done
+printf '<?xml version="1.0"?>\n<components version="0.8"><component type="desktop"><id>org.zev.Greeter</id><name>Zev Greeter</name>
+<summary>Greets</summary><releases><release version="2.0+zev~1" timestamp="1700000000"/></releases></component></components>\n' |
+  gzip > Greeter/files/share/app-info/xmls/org.zev.Greeter.xml.gz
+flatpak build-export --runtime repo runtime 1
+for app in Hello Greeter; do flatpak build-finish $app && flatpak build-export repo $app stable; done
+flatpak build-update-repo repo
+flatpak remote-add --user --no-gpg-verify zev-local "file://$PWD/repo"
+flatpak install --user --noninteractive -y zev-local org.zev.Hello org.zev.Greeter
+)");
+    ASSERT_EQ(0, std::system(("sh '" + top.file("build.sh") + "' '" + top.path() + "' > '" + top.file("build.log") + "' 2>&1").c_str()))
+        << testutil::ReadFileText(top.file("build.log"));
+
+    Session session("Sources=flatpak\n");
+    CNDKMessage reply;
+    ASSERT_EQ(session.Run(reply), 3);
+    Reply out(reply, 0);
+    Strings apps;
+    for (const std::string& key : Keys(out.pkAdd)) {
+        const auto* r = testutil::At<CSoftwarePackageObject>(out.pkAdd, key);
+        if (key.rfind("org.zev.", 0) == 0)
+            apps.push_back(key + ": " + r->m_strName + "|" + r->m_strVersion + "|" + r->m_strVendor + "|" + r->m_strDescription + "|" +
+                           std::to_string(r->m_nFlags));
+    }
+    EXPECT_EQ(apps, (Strings{"org.zev.Greeter\\zev-local\\2.0+zev~1: org.zev.Greeter|2.0+zev~1|zev-local|Zev Greeter|128",
+                             "org.zev.Hello\\zev-local\\stable: org.zev.Hello|stable|zev-local|Hello|128"}));
+    EXPECT_EQ(Keys(out.pkAdd).size(), kFirst.size() + 2);   // beside the packages
+    session.Ack();   // the pending package map is released only here
 }
 
 // Mode 1 full runs on this machine's package database, one query per package and then one batch query: the same

@@ -21,6 +21,7 @@ const std::vector<SettingKey>& KnownSettings() {
         {"Logging", "0", "1 = write data/Software.log"},
         {"RunAtStartup", "1", "0 = skip the inventory the agent starts at its own start-up"},
         {"BatchQuery", "1", "1 = ask the package manager once for all packages; 0 = once per package"},
+        {"Sources", "", "with Mode 1, extra package sources separated by |: snap, flatpak"},
     };
     return keys;
 }

@@ -45,7 +45,8 @@ const char* const kConfigExamples = R"(Examples:
 
 Keys: Mode (1 packages, 2 executables below Include, 4 files matching Scan; add them up),
 Include, Scan, ExtInSelected, IncExt, Exclude, LeastMost, SizeKB, Logging, RunAtStartup,
-BatchQuery (default 1: the package manager is asked once for all packages; 0: once per package).
+BatchQuery (default 1: the package manager is asked once for all packages; 0: once per package),
+Sources (snap|flatpak: installed snaps and flatpak apps as packages too).
 Every value is quoted; keys not given keep their value.)";
 
 const char* const kShowExamples = R"(Examples:
