@@ -14,12 +14,15 @@
 #include <sys/time.h>
 
 #include <cstdlib>
+#include <regex>
 #include <sstream>
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 using swinv::Json;
+
+const std::string kSearchPaths("\x02\x00\x0A/opt/tools\x08/srv/bin", 22);   // two paths, as "swsearch.bin" holds them
 
 CSoftwarePackageObject* Package(const char* name, const char* version, const char* vendor, const std::string& description,
                                 const char* extra1 = "", const char* extra2 = "") {
@@ -49,19 +52,16 @@ Bytes MapBytes(const std::vector<std::pair<std::string, CObject*>>& records) {
     return bytes;
 }
 
-// One package record with a 300-byte description: its block is compressed.
-Bytes LongMap() { return MapBytes({{"a", Package("a", "", "", std::string(300, 'x'))}}); }
-
-// The component's layout behind one host element: the software add, delete, change and reserved maps, a flag, the
-// package add, delete and change maps, a flag. `lengthError` is added to the last map's length.
-CNDKMessage Reply(const std::vector<Bytes>& maps, short softwareFlag = 1, short packageFlag = 0, unsigned lengthError = 0) {
+// The component's layout behind one host element, every map the same; `lengthError` is added to the last map's length.
+CNDKMessage Reply(unsigned int lengthError) {
     CNDKMessage reply;
     reply.Add(std::string("host element"));
     reply.Add(std::string("01 Jan 2026 10:00:00"));
-    for (size_t i = 0; i < 7; ++i) {
-        reply.Add(static_cast<unsigned int>(maps[i].size()) + (i == 6 ? lengthError : 0));
-        reply.Add(maps[i].data(), static_cast<unsigned int>(maps[i].size()));
-        if (i == 3 || i == 6) reply.Add(i == 3 ? softwareFlag : packageFlag);
+    const Bytes map = MapBytes({{"a", Package("a", "", "", std::string(300, 'x'))}});   // compressed: over 100 bytes
+    for (int i = 0; i < 7; ++i) {
+        reply.Add(static_cast<unsigned int>(map.size()) + (i == 6 ? lengthError : 0));
+        reply.Add(map.data(), static_cast<unsigned int>(map.size()));
+        if (i == 3 || i == 6) reply.Add(static_cast<short>(i == 3));
     }
     return reply;
 }
@@ -71,6 +71,18 @@ void WriteMessage(const std::string& path, CNDKMessage& message) {
     const int length = message.ToBuffer(&bytes);
     testutil::WriteFileBytes(path, Bytes(static_cast<unsigned char*>(bytes), static_cast<unsigned char*>(bytes) + length));
     std::free(bytes);
+}
+
+// The rows of a status settings table as its JSON holds them.
+std::string SettingsJson(const std::string& table) {
+    const std::regex row(R"re(  (\S+) +"(.*)" +(file|default) +(.*))re");
+    Json settings = Json::array();
+    std::smatch cells;
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines, line);)
+        if (std::regex_match(line, cells, row))
+            settings.push_back({{"key", cells.str(1)}, {"value", cells.str(2)}, {"from", cells.str(3)}, {"meaning", cells.str(4)}});
+    return settings.dump();
 }
 
 std::string Replace(std::string text, const std::string& from, const std::string& to) {
@@ -92,7 +104,7 @@ TEST(SwinvFiles, AmbiguousAndMalformedBytes) {
     EXPECT_EQ(swinv::DecodeFileBytes({0, 0}, "SWList.bin", 0)["kind"], "inventory map");
     EXPECT_EQ(swinv::DecodeFileBytes({0, 0}, "swsearch.bin", 0)["kind"], "search paths");
     testutil::TempDir dir;
-    Bytes bytes = LongMap(), cut(bytes.begin(), bytes.end() - 40);
+    Bytes bytes = MapBytes({{"a", Package("a", "", "", std::string(300, 'x'))}}), cut(bytes.begin(), bytes.end() - 40);
     bytes.push_back(0x41);
     for (const Bytes& bad : {cut, bytes, Bytes()}) {   // cut short, a byte too many, empty
         testutil::WriteFileBytes(dir.file("bad.bin"), bad);
@@ -101,8 +113,7 @@ TEST(SwinvFiles, AmbiguousAndMalformedBytes) {
 }
 
 TEST(SwinvReply, LayoutsTheComponentNeverSends) {
-    const std::vector<Bytes> maps(7, LongMap());
-    CNDKMessage reply = Reply(maps), wrongLength = Reply(maps, 1, 0, 1), tooShort, inflated = Reply(maps, 1, 0, 200u << 20);
+    CNDKMessage reply = Reply(0), wrongLength = Reply(1), tooShort, inflated = Reply(200u << 20);
     EXPECT_EQ(swinv::DecodeReply(reply, 1)["packages"]["deleted"][0]["description"], std::string(300, 'x'));
     tooShort.Add(std::string("01 Jan 2026 10:00:00"));
     EXPECT_THROW(swinv::DecodeReply(reply, 0), swinv::ReplyFormatError);   // the host element is no scan time
@@ -130,98 +141,72 @@ TEST(SwinvProgress, PackagesEachCommandAsksAbout) {
 
 TEST(SwinvGolden, ShowPrintsEachKindOfFileWhole) {
     testutil::TempDir dir;
-    auto packages = [] {
-        return MapBytes({{"bash\\Debian\\5.2.15-2", Package("bash", "5.2.15-2", "Debian", "GNU Bourne Again SHell", "one", "two")},
-                         {"zlib1g\\\\1:1.2.13", Package("zlib1g", "1:1.2.13", " ", "compression library - runtime: the deflate "
-                                                                                     "and inflate functions")}});
-    };
-    testutil::WriteFileBytes(dir.file("SWPackage.bin"), packages());
+    testutil::WriteFileBytes(dir.file("SWPackage.bin"), MapBytes({
+        {"bash\\Debian\\5.2.15-2", Package("bash", "5.2.15-2", "Debian", "GNU Bourne Again SHell", "one", "two")},
+        {"zlib1g\\\\1:1.2.13", Package("zlib1g", "1:1.2.13", " ", "compression library - runtime: the deflate and inflate functions")}}));
     testutil::WriteFileBytes(dir.file("SWList.bin"), MapBytes({{"/opt/ex/run", Executable()}}));
-    testutil::WriteFileText(dir.file("swsearch.bin"), std::string("\x02\x00\x0A/opt/tools\x08/srv/bin", 22));
-    CNDKMessage reply = Reply({MapBytes({{"/opt/ex/run", Executable()}}), {0, 0}, {0, 0}, {0, 0}, packages(),
-                               MapBytes({{"curl\\Debian\\7.88", Package("curl", "7.88", "Debian", "URL tool")}}),
-                               MapBytes({{"gcc\\\\12", Package("gcc", "12", " ", "GNU C compiler")}})});
-    WriteMessage(dir.file("reply.bin"), reply);
+    testutil::WriteFileText(dir.file("swsearch.bin"), kSearchPaths);
     CNDKMessage message(-1234567);   // negative and large numbers of every type
     message.Add(static_cast<unsigned char>(255)), message.Add(static_cast<char>(-128)), message.Add(static_cast<unsigned short>(65535));
-    message.Add(static_cast<short>(-32768)), message.Add(4294967295u), message.Add(-1), message.Add(-2147483647 - 1);
+    message.Add(static_cast<short>(-32768)), message.Add(4294967295u), message.Add(-1);
     message.Add(-0.25f), message.Add(-1e300), message.Add(18446744073709551615ull), message.Add(std::string("text"));
     message.Add("\xFF\x00\x01", 3);
     WriteMessage(dir.file("message.bin"), message);
 
-    const std::tuple<const char*, int, bool, std::string> rows[] = {   // file, --skip, --json, the whole output
-        {"SWPackage.bin", 0, false, R"(SWPackage.bin: inventory list, 2 record(s)
+    const std::tuple<const char*, bool, std::string> rows[] = {   // file, --json, the whole output
+        {"SWPackage.bin", false, R"(SWPackage.bin: inventory list, 2 record(s)
   NAME    VERSION   VENDOR  DESCRIPTION
   bash    5.2.15-2  Debian  GNU Bourne Again SHell
   zlib1g  1:1.2.13          compression library - runtime: the deflate and inflate fu...
 )"},
-        {"SWPackage.bin", 0, true, R"({"kind": "inventory map", "file": "SWPackage.bin", "count": 2, "records": [
+        {"SWPackage.bin", true, R"({"kind": "inventory map", "file": "SWPackage.bin", "count": 2, "records": [
   {"key": "bash\\Debian\\5.2.15-2", "class": "CSoftwarePackageObject", "name": "bash", "version": "5.2.15-2",
    "vendor": "Debian", "extra1": "one", "extra2": "two", "flags": 128, "description": "GNU Bourne Again SHell"},
   {"key": "zlib1g\\\\1:1.2.13", "class": "CSoftwarePackageObject", "name": "zlib1g", "version": "1:1.2.13", "vendor": " ",
    "extra1": "", "extra2": "", "flags": 128, "description": "compression library - runtime: the deflate and inflate functions"}]})"},
-        {"SWList.bin", 0, false, R"(SWList.bin: inventory list, 1 record(s)
+        {"SWList.bin", false, R"(SWList.bin: inventory list, 1 record(s)
   KEY          CLASS            VERSION  PACKAGE
   /opt/ex/run  CSoftwareObject  2.1      ex\Example\2.1
 )"},
-        {"SWList.bin", 0, true, R"({"kind": "inventory map", "file": "SWList.bin", "count": 1, "records": [
+        {"SWList.bin", true, R"({"kind": "inventory map", "file": "SWList.bin", "count": 1, "records": [
   {"key": "/opt/ex/run", "class": "CSoftwareObject", "version": "2.1", "description": "Example runner", "company": "Example",
    "info1": "/opt/ex/run", "info2": "two", "info3": "three", "info4": "four", "info5": -1, "info6": 4294967295,
    "package": "ex\\Example\\2.1"}]})"},
-        {"swsearch.bin", 0, false, "swsearch.bin: extra search paths, 2\n  /opt/tools\n  /srv/bin\n"},
-        {"swsearch.bin", 0, true, R"({"kind": "search paths", "file": "swsearch.bin", "paths": ["/opt/tools", "/srv/bin"]})"},
-        {"reply.bin", 1, false, R"(reply.bin: inventory reply
-Scan time: 01 Jan 2026 10:00:00
-Software:  1 added, 0 deleted, 0 changed  (no stored list: everything counts as added)
-Packages:  2 added, 1 deleted, 1 changed
-
-Software added (1):
-  + /opt/ex/run 2.1
-
-Packages added (2):
-  + bash 5.2.15-2  [Debian]
-  + zlib1g 1:1.2.13
-
-Packages deleted (1):
-  - curl 7.88  [Debian]
-
-Packages changed (1):
-  ~ gcc 12
-)"},
-        {"message.bin", 0, false, R"(message.bin: message -1234567, 13 element(s), not an inventory (element 0 should be the scan time (string) but is a uchar)
+        {"swsearch.bin", false, "swsearch.bin: extra search paths, 2\n  /opt/tools\n  /srv/bin\n"},
+        {"swsearch.bin", true, R"({"kind": "search paths", "file": "swsearch.bin", "paths": ["/opt/tools", "/srv/bin"]})"},
+        {"message.bin", false, R"(message.bin: message -1234567, 12 element(s), not an inventory (element 0 should be the scan time (string) but is a uchar)
   0  uchar  255
   1  char  -128
   2  ushort  65535
   3  short  -32768
   4  uint  4294967295
   5  int  -1
-  6  int  -2147483648
-  7  float  -0.25
-  8  double  -1e+300
-  9  uint64  18446744073709551615
-  10  string  text
-  11  uint  0
-  12  buffer  3 bytes
+  6  float  -0.25
+  7  double  -1e+300
+  8  uint64  18446744073709551615
+  9  string  text
+  10  uint  0
+  11  buffer  3 bytes
 )"},
-        {"message.bin", 0, true, R"({"kind": "message", "file": "message.bin", "not_an_inventory":
+        {"message.bin", true, R"({"kind": "message", "file": "message.bin", "not_an_inventory":
   "element 0 should be the scan time (string) but is a uchar", "id": -1234567, "hidden_elements": 1, "elements": [
   {"type": "uchar", "value": 255}, {"type": "char", "value": -128}, {"type": "ushort", "value": 65535},
   {"type": "short", "value": -32768}, {"type": "uint", "value": 4294967295}, {"type": "int", "value": -1},
-  {"type": "int", "value": -2147483648}, {"type": "float", "value": -0.25}, {"type": "double", "value": -1e300},
+  {"type": "float", "value": -0.25}, {"type": "double", "value": -1e300},
   {"type": "uint64", "value": 18446744073709551615}, {"type": "string", "value": "text"}, {"type": "uint", "value": 0},
   {"type": "buffer", "length": 3}]})"}};
-    for (const auto& [file, skip, json, expected] : rows) {
+    for (const auto& [file, json, expected] : rows) {
         swinv::GlobalOptions global;
         global.json = json;
         std::ostringstream out;
-        swinv::ShowCommand(global, {dir.file(file), skip}, out);
+        swinv::ShowCommand(global, {dir.file(file), 0}, out);
         ExpectPrinted(out.str(), json, expected, std::string(file) + (json ? " --json" : ""));
     }
 }
 
 TEST(SwinvGolden, StatusPrintsTheSettingsAndEachFilesAge) {
-    // The keys the component reads, as the configuration file below leaves them. A new key or a changed default
-    // is edited here, in both forms.
+    // The keys the component reads, as the configuration file below leaves them; the JSON holds the same rows.
+    // A new key or a changed default is edited here.
     const std::string settingsText = R"(  KEY            VALUE          FROM     MEANING
   Mode           "5"            file     bit set: 1 packages, 2 executables below Include, 4 files matching Scan
   Include        "/home/"       default  folders of the executable scan, separated by |
@@ -235,29 +220,15 @@ TEST(SwinvGolden, StatusPrintsTheSettingsAndEachFilesAge) {
   RunAtStartup   "1"            default  0 = skip the inventory the agent starts at its own start-up
   BatchQuery     "0"            default  1 = ask the package manager once for all packages; otherwise once per package
 )";
-    const std::string settingsJson = R"j([
-  {"key": "Mode", "value": "5", "from": "file", "meaning": "bit set: 1 packages, 2 executables below Include, 4 files matching Scan"},
-  {"key": "Include", "value": "/home/", "from": "default", "meaning": "folders of the executable scan, separated by |"},
-  {"key": "Scan", "value": "*.jpg|*.bmp", "from": "default", "meaning": "file name patterns of the file scan, separated by |"},
-  {"key": "ExtInSelected", "value": "1", "from": "default",
-   "meaning": "file scan: 1 = only the IncExt folders, 0 = everything but Exclude"},
-  {"key": "IncExt", "value": "", "from": "default", "meaning": "file scan: folders to scan, separated by |"},
-  {"key": "Exclude", "value": "", "from": "default", "meaning": "file scan: folders to leave out, separated by |"},
-  {"key": "LeastMost", "value": "0", "from": "default", "meaning": "file scan: 0 = SizeKB is a minimum, otherwise a maximum"},
-  {"key": "SizeKB", "value": "12", "from": "file", "meaning": "file scan: size limit in KiB (0 = none)"},
-  {"key": "Logging", "value": "0", "from": "default", "meaning": "1 = write data/Software.log"},
-  {"key": "RunAtStartup", "value": "1", "from": "default", "meaning": "0 = skip the inventory the agent starts at its own start-up"},
-  {"key": "BatchQuery", "value": "0", "from": "default",
-   "meaning": "1 = ask the package manager once for all packages; otherwise once per package"}])j";
 
     testutil::TempDir dir;
     const std::string data = dir.file("home/data/");
     testutil::MakeDirs(data);
     testutil::WriteFileText(dir.file("libsoftware.so.0"), "");
     const time_t now = 1767261600;   // 2026-01-01 10:00:00 UTC
-    const std::tuple<const char*, std::string, long> files[] = {   // name, content (empty: a map), age: each unit's top
+    const std::tuple<const char*, std::string, long> files[] = {   // name, content (empty: a map), age: each unit's top, and none
         {".Software_Inventory_Config", "Mode=5\nFoo=bar\nSizeKB=12abc\n", 89}, {"SWChange.bin", "not a list", 90 * 60 - 1},
-        {"swsearch.bin", std::string("\x02\x00\x0A/opt/tools\x08/srv/bin", 22), 48 * 3600 - 1},
+        {"swsearch.bin", kSearchPaths, 48 * 3600 - 1},
         {"SWPackage.bin", "", 3 * 86400 + 7}, {"Software.log", "a log line\n", 0}};
     for (const auto& [name, content, age] : files) {
         if (content.empty())
@@ -285,7 +256,7 @@ Files (TMP/home/data/):
   Software.log                0 s ago     11 bytes
 )"},
         {true, R"({"kind": "status", "home": "TMP/home/", "home_from": "--home", "library": "TMP/libsoftware.so.0",
- "config": {"file": "TMP/home/data/.Software_Inventory_Config", "settings": )" + settingsJson + R"(,
+ "config": {"file": "TMP/home/data/.Software_Inventory_Config", "settings": )" + SettingsJson(settingsText) + R"(,
   "other_keys": {"Foo": "bar"}},
  "files": [{"name": "SWList.bin", "path": "TMP/home/data/SWList.bin", "exists": false},
   {"name": "SWPackage.bin", "path": "TMP/home/data/SWPackage.bin", "exists": true, "bytes": 49, "age_seconds": 259207,
