@@ -7,7 +7,6 @@
 #include "inventory/SoftwarePackageObject.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <optional>
@@ -262,28 +261,4 @@ TEST(InventoryFlow, DataSentRacingARunEndsInOneOfTheTwoOrders) {
         EXPECT_EQ(session.Stored("SWPackage.bin"), nextKeys) << round;
     }
     EXPECT_GE(ackFirst, 1);
-}
-
-// Mode 1 full runs on this machine's package database, one query per package and then one batch query: the same
-// log, package add map and package list bytes.
-TEST(RealDpkg, BatchQueryGivesTheSameLogAddMapAndListBytes) {
-    if (access("/usr/bin/dpkg-query", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/dpkg-query";
-    Session session("Logging=1\n", false);   // logging starts with the session
-    Strings logs[2];
-    std::vector<unsigned char> added[2];
-    std::vector<std::uint8_t> stored[2];
-    for (int batch : {0, 1}) {
-        session.Config("Mode=1\nLogging=1\nBatchQuery=" + std::to_string(batch) + "\n");
-        CNDKMessage reply;
-        ASSERT_EQ(session.Run(reply, 0, 10), 3);
-        logs[batch] = session.Log();
-        added[batch] = Reply(reply, 0).blocks[4];
-        session.Ack();
-        session.Log();   // the acknowledgement's lines
-        stored[batch] = testutil::ReadFileBytes(session.Data("SWPackage.bin"));
-    }
-    EXPECT_GT(logs[0].size(), 100u);
-    EXPECT_EQ(logs[1], logs[0]);
-    EXPECT_TRUE(added[1] == added[0]) << "package add maps differ";
-    EXPECT_TRUE(stored[1] == stored[0]) << "SWPackage.bin differs";
 }

@@ -178,12 +178,15 @@ class ErrorTest(SwinvCase):
 
 class RealDpkgTest(SwinvCase):
     @unittest.skipUnless(shutil.which("dpkg-query"), "no dpkg-query on this machine")
-    def test_lists_exactly_what_dpkg_reports_and_the_reader_agrees(self):
+    def test_lists_exactly_what_dpkg_reports_the_reader_agrees_and_a_batch_query_gives_the_same(self):
         env = dict(self.env, PATH=os.environ["PATH"])   # the fake no longer first
+        self.swinv("config", 'BatchQuery="0"', env=env)   # one query per package
         added = self.swinv_json("run", "--ack", env=env)["packages"]["added"]
         listed = subprocess.check_output(["dpkg-query", "--show", "--showformat", "${Package}\n"], text=True).split()
         self.assertEqual(sorted({r["key"].split("\\")[0] for r in added}), sorted(set(listed)))
         self.assertEqual(added, [as_shown(e) for e in zevreader("map", self.data + "SWPackage.bin")["entries"]])
+        self.swinv("config", 'BatchQuery="1"', env=env)   # one call for all packages
+        self.assertEqual(self.swinv_json("run", "--full", env=env)["packages"]["added"], added)
 
 
 class ReaderAgreementTest(SwinvCase):
