@@ -118,6 +118,21 @@ TEST(PackageScan, CommandLinesOddLinesAndOwners) {
     EXPECT_EQ(Strings{"rpm -qf /srv/tool"}, rpm.Log("command "));
 }
 
+// rpm lists labels ("name-version-release.arch"): the key starts with the label, the record's name is the query's,
+// cut of a version-like tail; the batch query answers for the labels alike.
+TEST(PackageScan, RpmRecordsTakeTheirNameFromTheQueryNotFromTheListLabel) {
+    const std::tuple<std::string, std::string, std::string> rows[] = {   // list label, its query's answer, the record
+        {"bash-5.2.15-2.x86_64", "bash^5.2.15^GNU shell^Acme", "bash-5.2.15-2.x86_64\\Acme\\5.2.15: bash|Acme|GNU shell|5.2.15|128"},
+        {"kernel-2.6.18-1.i686", "kernel-2.6.18^2.6.18^Kernel^", "kernel-2.6.18-1.i686\\\\2.6.18: kernel| |Kernel|2.6.18|128"}};
+    testutil::FakePackageManager fake;
+    std::string list;
+    Strings records;
+    for (const auto& [label, answer, record] : rows) fake.Set("query", label, answer), list += label + "\n", records.push_back(record);
+    fake.Set("list", "", list);
+    Rig rig(true);
+    for (bool batch : {false, true}) EXPECT_EQ(records, std::get<0>(Scan(rig, batch))) << batch;
+}
+
 TEST(BatchQuery, SameRecordsBytesAndLogAsOneQueryPerPackage) {
     const std::string names = "twice\nmulti\nghost\nlines\nnocompany\nonecaret\nkernel-2.6.18\nsilent\ntwice\n";
     const std::tuple<bool, std::string, std::string, std::string> managers[] = {   // rpm, list call, one package's calls, batch call

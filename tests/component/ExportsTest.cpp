@@ -44,7 +44,9 @@ TEST(Exports, LifeCycleOfTheComponentObject) {
     EXPECT_EQ(Ints({lib.Unload(0), hostshim::SettingsConstructions()}), Ints({1, 1}));
 }
 
-TEST(Exports, CancelFlagLastsUntilTheNextInitClient) {
+// The cancel flag between the calls a host makes, each row from a fresh start-up: h HaltExecution(false), H
+// HaltExecution(true), i InitClient at start-up, s InitClient at shutdown, e Execute; then what each Execute returned.
+TEST(Exports, CancelFlagAcrossHaltsInitClientsAndRuns) {
     testutil::TempDir dir;
     const std::string home = dir.path() + "/";
     testutil::MakeDirs(home + "data");
@@ -54,10 +56,21 @@ TEST(Exports, CancelFlagLastsUntilTheNextInitClient) {
     ASSERT_NE(lib.GetComponentApp(), nullptr);
     CInitInfo init(true), shutdown(false);
     init.m_strHomePath = home;
-    ASSERT_EQ(lib.InitClient(&init), 1);
-    EXPECT_EQ(Ints({Inventory(lib), (lib.HaltExecution(false), Inventory(lib)), Inventory(lib),
-                    lib.InitClient(&init), Inventory(lib)}),
-              Ints({3, 0, 0, 1, 3}));
+    const std::pair<const char*, const char*> rows[] = {
+        {"e", "3"}, {"he", "0"}, {"Hee", "00"}, {"ehe", "30"}, {"hie", "3"}, {"hiHe", "0"},
+        {"hse", "3"}, {"hsie", "3"}, {"hshe", "0"}, {"sehse", "33"}};
+    for (const auto& [calls, results] : rows) {
+        ASSERT_EQ(lib.InitClient(&init), 1);
+        std::string got;
+        for (const char* call = calls; *call; ++call) {
+            switch (*call) {
+                case 'e': got += std::to_string(Inventory(lib)); break;
+                case 'h': case 'H': lib.HaltExecution(*call == 'H'); break;
+                default: EXPECT_EQ(lib.InitClient(*call == 'i' ? &init : &shutdown), 1) << calls;
+            }
+        }
+        EXPECT_EQ(got, results) << calls;
+    }
     CNDKMessage plain;   // a host that passes no execute record
     EXPECT_EQ(Ints({lib.Execute(0, plain, nullptr), lib.Execute(65546, plain, nullptr), lib.InitClient(nullptr),
                     (lib.DataSent(plain), lib.InitClient(&shutdown)), lib.Unload(0)}),

@@ -100,7 +100,7 @@ CNDKMessage HostReply(int elements) {
 
 }  // namespace
 
-TEST(InventoryFlow, FirstRunThenDataSentTheChangeFileAndSetConfig) {
+TEST(InventoryFlow, FirstRunThenDataSentAndTheChangeFile) {
     Session session("Logging=1\nMode=1\nScan=*.png\n");
     CNDKMessage reply = HostReply(6);   // the run keeps four host elements and appends its seventeen
     ASSERT_EQ(session.Run(reply), 3);
@@ -128,31 +128,6 @@ TEST(InventoryFlow, FirstRunThenDataSentTheChangeFileAndSetConfig) {
                                       "m_pNewPackageList is NULL in DataSent"}));
     EXPECT_EQ(session.Stored("SWList.bin"), Strings{"legacy\\\\1"});
     EXPECT_EQ(testutil::ReadFileBytes(session.Data("SWPackage.bin")), packages);
-
-    // SetConfig merges the settings into the configuration file and stores the search paths; a path list that
-    // starts empty leaves "swsearch.bin" alone; a length far beyond the block still reads the text, a NUL within it ends it.
-    const std::string config = session.Data(".Software_Inventory_Config"), strings("\x03\x00\x06/srv/a\x06/srv/b\x06/srv/c", 23);
-    const std::tuple<std::string, Strings, unsigned, std::string> settings[] = {   // text, paths, length (0: its own), the file after
-        {"Mode=\"3\"; Include=\"/srv|/opt\"", {"/srv/a", "/srv/b", "/srv/c"}, 0, "Include=/srv|/opt\nLogging=1\nMode=3\nScan=*.png\n"},
-        {"Mode=\"2\"\t Note = \"x\"", {}, 0xFFFFFFF0u, "Include=/srv|/opt\nLogging=1\nMode=2\nNote=x\nScan=*.png\n"},
-        {"Mode=\"4\"; Scan=\"*.x\"", {}, 8u, "Include=/srv|/opt\nLogging=1\nMode=4\nNote=x\nScan=*.png\n"}};
-    for (const auto& [text, paths, length, after] : settings) {
-        CNDKMessage message(9);
-        message.Add(length ? length : static_cast<unsigned int>(text.size() + 1));
-        message.Add(text.c_str(), static_cast<unsigned int>(text.size() + 1));
-        for (const std::string& path : paths) message.Add(path);
-        for (const char* end : {"", "/after/the/end"}) message.Add(std::string(end));
-        EXPECT_EQ(session.lib.SetConfig(message), 1);
-        EXPECT_EQ(testutil::ReadFileText(config), after) << text;
-        EXPECT_EQ(testutil::ReadFileText(session.Data("swsearch.bin")), strings);
-    }
-    // Typed reads take the block's length element whatever its type.
-    CNDKMessage message(9);
-    message.Add(9u);
-    message.Add(0);
-    message.AddUnc("Mode=\"5\"", 9);
-    EXPECT_EQ(session.lib.SetConfig(message), 1);
-    EXPECT_EQ(testutil::ReadFileText(config), "Include=/srv|/opt\nLogging=1\nMode=5\nNote=x\nScan=*.png\n");
 }
 
 TEST(InventoryFlow, CommandsModesStartupRunsAndHalt) {
@@ -425,28 +400,4 @@ flatpak install --user --noninteractive -y zev-local org.zev.Hello org.zev.Greet
                              "org.zev.Hello\\zev-local\\stable: org.zev.Hello|stable|zev-local|Hello|128"}));
     EXPECT_EQ(Keys(out.pkAdd).size(), kFirst.size() + 2);   // beside the packages
     session.Ack();   // the pending package map is released only here
-}
-
-// Mode 1 full runs on this machine's package database, one query per package and then one batch query: the same
-// log, package add map and package list bytes.
-TEST(RealDpkg, BatchQueryGivesTheSameLogAddMapAndListBytes) {
-    if (access("/usr/bin/dpkg-query", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/dpkg-query";
-    Session session("Logging=1\n", false);   // logging starts with the session
-    Strings logs[2];
-    std::vector<unsigned char> added[2];
-    std::vector<std::uint8_t> stored[2];
-    for (int batch : {0, 1}) {
-        session.Config("Mode=1\nLogging=1\nBatchQuery=" + std::to_string(batch) + "\n");
-        CNDKMessage reply;
-        ASSERT_EQ(session.Run(reply, 0, 10), 3);
-        logs[batch] = session.Log();
-        added[batch] = Reply(reply, 0).blocks[4];
-        session.Ack();
-        session.Log();   // the acknowledgement's lines
-        stored[batch] = testutil::ReadFileBytes(session.Data("SWPackage.bin"));
-    }
-    EXPECT_GT(logs[0].size(), 100u);
-    EXPECT_EQ(logs[1], logs[0]);
-    EXPECT_TRUE(added[1] == added[0]) << "package add maps differ";
-    EXPECT_TRUE(stored[1] == stored[0]) << "SWPackage.bin differs";
 }

@@ -86,63 +86,72 @@ class SwinvCase(unittest.TestCase):
         self.assert_lines(done.stderr, *fragments)
 
 
-class RunTest(SwinvCase):
-    def test_run_ack_show_then_again_without_and_with_changes(self):
-        saved = self.path("reply.bin")
-        reply = self.swinv_json("run", "--save-reply", saved)
-        self.assertRegex(reply["library"] + "|" + reply["scan_time"],
-                         r"/libsoftware\.so\.0\|\d\d [A-Z][a-z]{2} \d{4} \d\d:\d\d:\d\d$")
-        self.assertEqual(json.dumps(reply, indent=1), json.dumps(dict(   # the order of the members counts too
-            kind="reply", command=0, result=3, acknowledged=False, home=self.home, library=reply["library"],
-            scan_time=reply["scan_time"], software=dict(added=[], deleted=[], changed=[], reserved=[],
-                                                        baseline_missing=True),
-            packages=dict(added=records(PACKAGES), deleted=[], changed=[], baseline_missing=True)), indent=1))
-        self.assert_lines(self.swinv("run", "--ack").stdout, "Packages:  3 added, 0 deleted, 0 changed",
-                          "+ bash 5.2.15-2  [Debian]", "Acknowledged")
-        shown = self.swinv_json("show", saved)   # the other kinds: ReaderAgreementTest
-        self.assertEqual([shown[k] for k in ("kind", "scan_time", "software", "packages")],
-                         ["reply"] + [reply[k] for k in ("scan_time", "software", "packages")])
-        self.assertRegex(self.swinv("show", self.data + "SWPackage.bin").stdout, r"SWPackage.bin: inventory list, 3 "
-                         r"record\(s\)\n +NAME +VERSION +VENDOR +DESCRIPTION\n +bash +5\.2\.15-2 +Debian +GNU Bourne")
-        again = self.swinv_json("run")
-        self.assertEqual([again[kind][k] for kind in ("software", "packages")
-                          for k in ("added", "deleted", "changed", "baseline_missing")], [[], [], [], False] * 2)
+# What "swinv run" prints when everything is added: {time} is the scan time, {home} the home folder.
+FIRST_RUN = """Scan time: {time}
+Software:  0 added, 0 deleted, 0 changed  (no stored list: everything counts as added)
+Packages:  3 added, 0 deleted, 0 changed  (no stored list: everything counts as added)
 
+Packages added (3):
+  + bash 5.2.15-2  [Debian]
+  + gcc 12.2.0-14  [Debian]
+  + zlib1g 1:1.2.13
+
+"""
+NOT_ACKNOWLEDGED = "Not acknowledged: the stored baseline is unchanged; 'swinv run --ack' stores this inventory.\n"
+
+
+class RunTest(SwinvCase):
+    def test_run_printed_whole_saved_acknowledged_changed_and_full(self):
+        saved = self.path("reply.bin")
         bash2, curl = ("bash", "5.2.15-2", "the shell, anew", "Debian"), ("curl", "7.88.1-10", "URL tool", "Debian")
-        self.write_db([bash2, PACKAGES[1], curl])
-        self.assert_lines(self.swinv("run").stdout, "+ curl 7.88.1-10  [Debian]", "- zlib1g 1:1.2.13",
-                          "~ bash 5.2.15-2", "Not acknowledged")
-        full = self.swinv_json("run", "--full")   # discards the stored lists: everything is added again
-        self.assertEqual((full["command"], full["packages"]["added"], full["packages"]["baseline_missing"]),
-                         (10, records([bash2, PACKAGES[1], curl]), True))
+        rows = [(PACKAGES, ["run", "--save-reply", saved], FIRST_RUN + NOT_ACKNOWLEDGED + "Reply saved to %s.\n" % saved),
+                (PACKAGES, ["run", "--ack"], FIRST_RUN + "Acknowledged: this inventory is now the stored baseline in {home}data/.\n"),
+                ([bash2, PACKAGES[1], curl], ["run"], """Scan time: {time}
+Software:  0 added, 0 deleted, 0 changed
+Packages:  1 added, 1 deleted, 1 changed
+
+Packages added (1):
+  + curl 7.88.1-10  [Debian]
+
+Packages deleted (1):
+  - zlib1g 1:1.2.13
+
+Packages changed (1):
+  ~ bash 5.2.15-2  [Debian]
+
+""" + NOT_ACKNOWLEDGED)]   # the fake database, the arguments, the whole output
+        for db, args, expected in rows:
+            self.write_db(db)
+            printed = self.swinv(*args).stdout
+            time = re.match(r"Scan time: (\d\d [A-Z][a-z]{2} \d{4} \d\d:\d\d:\d\d)\n", printed)
+            self.assertEqual(printed, expected.format(time=time and time.group(1), home=self.home), args)
+            if "--save-reply" in args:   # shown from the saved bytes, the same inventory
+                self.assertEqual(self.swinv("show", saved).stdout, "reply.bin: inventory reply\n" + printed[:printed.index("\nNot")])
+
+        full = self.swinv_json("run", "--full", "--ack")   # discards the stored lists: everything is added again
+        self.assertRegex(full["library"], r"/libsoftware\.so\.0$")
+        self.assertEqual(json.dumps(full, indent=1), json.dumps(dict(   # the order of the members counts too
+            kind="reply", command=10, result=3, acknowledged=True, home=self.home, library=full["library"],
+            scan_time=full["scan_time"], software=dict(added=[], deleted=[], changed=[], reserved=[], baseline_missing=True),
+            packages=dict(added=records([bash2, PACKAGES[1], curl]), deleted=[], changed=[], baseline_missing=True)), indent=1))
 
 
 class ConfigTest(SwinvCase):
-    def test_config_status_and_batch_query(self):
-        batch = lambda report: [s for s in report["settings"] if s["key"] == "BatchQuery"][0]
-        self.assertEqual([(batch(config)["value"], batch(config)["from"]) for config in (
-            self.swinv_json("status")["config"], self.swinv_json("config", 'Mode="1"')["config"])], [("1", "default")] * 2)
+    def test_config_then_status_on_the_clock_of_now_and_the_default_home(self):
+        batch = lambda report: [s for s in report["config"]["settings"] if s["key"] == "BatchQuery"][0]
+        self.assertEqual([(batch(report)["value"], batch(report)["from"]) for report in (
+            self.swinv_json("status"), self.swinv_json("config", 'Mode="1"'))], [("1", "default")] * 2)
+        self.swinv("config", 'Mode="3"; BatchQuery="0"')   # both replaced by the next
         done = self.swinv("config", 'Mode="5"; Foo="bar"; BatchQuery="1"', "--search", "/opt/a", "--search", "/srv/b")
         self.assert_lines(done.stdout + done.stderr, 'Mode="5"', "the component does not read the key Foo;")
         self.assertEqual(done.stderr.count("does not read"), 1, done.stderr)
         self.assertEqual(sorted(Path(self.data + ".Software_Inventory_Config").read_text().splitlines()),
                          ["BatchQuery=1", "Foo=bar", "Mode=5"])
         self.assertEqual(self.swinv_json("show", self.data + "swsearch.bin")["paths"], ["/opt/a", "/srv/b"])
-        status = self.swinv_json("status")["config"]
-        settings = {item["key"]: item for item in status["settings"]}
-        self.assertEqual([(settings[k]["value"], settings[k]["from"]) for k in ("Mode", "Scan", "BatchQuery")] +
-                         [status["other_keys"]], [("5", "file"), ("*.jpg|*.bmp", "default"), ("1", "file"), {"Foo": "bar"}])
+        files = {item["name"]: item for item in self.swinv_json("status")["files"]}   # what it shows: the unit table
+        self.assertTrue(0 <= files[".Software_Inventory_Config"]["age_seconds"] < 60, files)
         status = self.swinv_json("status", home=False, env=dict(self.env, XDG_STATE_HOME=self.path("state")))
         self.assertEqual((status["home"], status["home_from"]), (self.path("state/swinv/"), "default"))
-
-        # BatchQuery 1: the list, then one batch call that gives the records one query per package gives (RunTest).
-        self.assertEqual(self.swinv_json("run")["packages"]["added"], records(PACKAGES))
-        calls = [line for line in Path(self.pm_log).read_text().split("\n") if line.startswith(("dpkg-query", "rpm"))]
-        self.assertEqual((len(calls), calls[-1][-20:]), (2, "\x1e bash gcc-12 zlib1g"), calls)
-        self.swinv("config", 'BatchQuery="2"')   # only 1 asks once
-        os.remove(self.pm_log)
-        self.assertEqual(self.swinv_json("run")["packages"]["added"], records(PACKAGES))
-        self.assertEqual(len(re.findall(r"--listfiles|-ql ", Path(self.pm_log).read_text())), 3)
 
 
 class ErrorTest(SwinvCase):
@@ -172,12 +181,15 @@ class ErrorTest(SwinvCase):
 
 class RealDpkgTest(SwinvCase):
     @unittest.skipUnless(shutil.which("dpkg-query"), "no dpkg-query on this machine")
-    def test_lists_exactly_what_dpkg_reports_and_the_reader_agrees(self):
+    def test_lists_exactly_what_dpkg_reports_the_reader_agrees_and_a_batch_query_gives_the_same(self):
         env = dict(self.env, PATH=os.environ["PATH"])   # the fake no longer first
+        self.swinv("config", 'BatchQuery="0"', env=env)   # one query per package
         added = self.swinv_json("run", "--ack", env=env)["packages"]["added"]
         listed = subprocess.check_output(["dpkg-query", "--show", "--showformat", "${Package}\n"], text=True).split()
         self.assertEqual(sorted({r["key"].split("\\")[0] for r in added}), sorted(set(listed)))
         self.assertEqual(added, [as_shown(e) for e in zevreader("map", self.data + "SWPackage.bin")["entries"]])
+        self.swinv("config", 'BatchQuery="1"', env=env)   # one call for all packages
+        self.assertEqual(self.swinv_json("run", "--full", env=env)["packages"]["added"], added)
 
 
 class ReaderAgreementTest(SwinvCase):

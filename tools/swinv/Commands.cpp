@@ -225,7 +225,7 @@ int ShowCommand(const GlobalOptions& global, const ShowOptions& options, std::os
     return kExitOk;
 }
 
-int StatusCommand(const GlobalOptions& global, std::ostream& out) {
+int StatusCommand(const GlobalOptions& global, std::ostream& out, std::time_t now) {
     const HomeChoice home = ResolveHome(global.home);
     PrepareHome(home, false);
     std::string library;
@@ -234,7 +234,7 @@ int StatusCommand(const GlobalOptions& global, std::ostream& out) {
     } catch (const SwinvError& e) {
         library = std::string("not found: ") + e.what();
     }
-    const Json status = CollectStatus(home, library);
+    const Json status = CollectStatus(home, library, now);
     if (global.json)
         out << DumpJson(status) << "\n";
     else

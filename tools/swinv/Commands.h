@@ -2,6 +2,7 @@
 // exit code or throws SwinvError; results go to `out`, notes and progress to stderr.
 #pragma once
 
+#include <ctime>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -35,7 +36,8 @@ struct ShowOptions {
 int RunCommand(const GlobalOptions& global, const RunOptions& options, std::ostream& out);
 int ConfigCommand(const GlobalOptions& global, const ConfigOptions& options, std::ostream& out);
 int ShowCommand(const GlobalOptions& global, const ShowOptions& options, std::ostream& out);
-int StatusCommand(const GlobalOptions& global, std::ostream& out);
+// `now` is the clock the files' ages are measured against.
+int StatusCommand(const GlobalOptions& global, std::ostream& out, std::time_t now);
 
 // --library if given (it must exist), else the first library found in the search order.
 std::string ChooseLibrary(const GlobalOptions& global);

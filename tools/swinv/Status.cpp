@@ -84,14 +84,14 @@ Json ComponentFiles(const std::string& home, std::time_t now) {
     return files;
 }
 
-Json CollectStatus(const HomeChoice& home, const std::string& library) {
+Json CollectStatus(const HomeChoice& home, const std::string& library, std::time_t now) {
     Json status;
     status["kind"] = "status";
     status["home"] = home.path;
     status["home_from"] = home.source;
     status["library"] = library;
     status["config"] = ConfigInEffect(home.path);
-    status["files"] = ComponentFiles(home.path, std::time(nullptr));
+    status["files"] = ComponentFiles(home.path, now);
     return status;
 }
 

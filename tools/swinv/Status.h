@@ -20,6 +20,6 @@ Json ConfigInEffect(const std::string& home);
 // The files in data/: {"name", "path", "exists", "bytes", "age_seconds", "records"|"error"}.
 Json ComponentFiles(const std::string& home, std::time_t now);
 
-Json CollectStatus(const HomeChoice& home, const std::string& library);
+Json CollectStatus(const HomeChoice& home, const std::string& library, std::time_t now);
 
 }  // namespace swinv

@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <ctime>
 #include <iostream>
 
 #ifndef SWINV_BUILD_LIBRARY
@@ -141,7 +142,7 @@ int main(int argc, char** argv) {
         if (runCmd->parsed()) return swinv::RunCommand(global, run, std::cout);
         if (configCmd->parsed()) return swinv::ConfigCommand(global, config, std::cout);
         if (showCmd->parsed()) return swinv::ShowCommand(global, show, std::cout);
-        return swinv::StatusCommand(global, std::cout);
+        return swinv::StatusCommand(global, std::cout, std::time(nullptr));
     } catch (const swinv::SwinvError& e) {
         std::cerr << "swinv: " << e.what() << "\n";
         return e.exitCode();
