@@ -9,6 +9,7 @@
 struct ArchiveBytes {
     std::vector<std::uint8_t> b;
     ArchiveBytes& raw(const std::string& s) { return b.insert(b.end(), s.begin(), s.end()), *this; }
+    ArchiveBytes& raw(const std::vector<std::uint8_t>& v) { return b.insert(b.end(), v.begin(), v.end()), *this; }
     ArchiveBytes& u8(std::uint8_t v) { return b.push_back(v), *this; }
     ArchiveBytes& u16(std::uint16_t v) { return u8(v & 0xFF).u8(v >> 8); }
     ArchiveBytes& u32(std::uint32_t v) { return u16(v & 0xFFFF).u16(v >> 16); }
