@@ -121,8 +121,7 @@ TEST(NDKMessage, PaddingLimitsAndOddities) {
     const Build base = [](CNDKMessage& m) { m.SetId(7), m.Add(1), m.Add(std::string("a")); };
     const Build block = [&](CNDKMessage& m) { base(m), m.Add("xy", 2); };   // hidden length 0, then the bytes
     const struct { const char* what; Build a, b; bool equal; } pairs[] = {
-        {"alike", base, base, true},
-        {"alike with a block", block, block, true},
+        {"alike", base, base, true}, {"alike with a block", block, block, true},
         {"identifier", base, [&](CNDKMessage& m) { base(m), m.SetId(8); }, false},
         {"element count", base, [&](CNDKMessage& m) { base(m), m.Add(2); }, false},
         {"element type", base, [](CNDKMessage& m) { m.SetId(7), m.Add(1u), m.Add(std::string("a")); }, false},
