@@ -1,13 +1,12 @@
 // inventory_reader_fixture LISTFILE READER...: writes a list file holding a message of every element type.
 // READER... with "map LISTFILE" added must decode it as written (strings as latin-1); with "encode-message", turn
 // the decoded message back into its ToBuffer bytes. The records' decoding is checked by the formats document's test.
+#include "../message/MessageBytes.h"
 #include "inventory/InvMap.h"
-#include "message/NDKMessage.h"
 
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -57,10 +56,7 @@ int main(int, char** argv) {
     std::ofstream(path + ".json") << entry["message"];
     Reader(argv, "encode-message '" + path + ".json' -o '" + path + ".again'");
     std::ifstream again(path + ".again", std::ios::binary);
-    void* wire = nullptr;
-    const int n = message->ToBuffer(&wire);
-    const bool reencoded = std::string(std::istreambuf_iterator<char>(again), {}) == std::string(static_cast<char*>(wire), n);
-    std::free(wire);
+    const bool reencoded = std::vector<std::uint8_t>(std::istreambuf_iterator<char>(again), {}) == ToBytes(*message);
     const auto diff = json::diff(want, got);
     std::cout << diff.size() << " differences " << (diff.empty() ? "" : diff[0].dump().substr(0, 300))
               << (reencoded ? "" : "; encode-message differs from ToBuffer") << "\n";
