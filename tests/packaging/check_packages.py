@@ -1,8 +1,6 @@
 #!/usr/bin/env python3
-"""check_packages.py PACKAGE_DIR: the packages cpack built, as an operator and a host developer meet them: lintian,
-control fields and file lists; the example host built from the unpacked packages alone, with pkg-config and with
-CMake; dpkg -i, the installed swinv, zevreader and example host, dpkg -r in a private mount namespace over overlays
-(root only); the .rpm files through rpm -qip and -qlp."""
+"""check_packages.py PACKAGE_DIR: the .deb and .rpm packages cpack built, as an operator and a host developer meet them;
+dpkg -i and -r run in a private mount namespace over overlays (root only)."""
 import glob, json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
