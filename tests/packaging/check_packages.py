@@ -1,8 +1,6 @@
 #!/usr/bin/env python3
-"""check_packages.py PACKAGE_DIR: the packages cpack built, as an operator and a host developer meet them: lintian,
-control fields and file lists; the example host built from the unpacked packages alone, with pkg-config and with
-CMake; dpkg -i, the installed swinv, zevreader and example host, dpkg -r in a private mount namespace over overlays
-(root only); the .rpm files through rpm -qip and -qlp."""
+"""check_packages.py PACKAGE_DIR: the .deb and .rpm packages cpack built, as an operator and a host developer meet them;
+dpkg -i and -r run in a private mount namespace over overlays (root only)."""
 import glob, json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
@@ -86,7 +84,7 @@ class DebianPackages(unittest.TestCase):
         self.assertEqual(sorted(set(re.findall(r"^O: (\S+: \S+)", report, re.M))),
                          ["zev-software: file-in-unusual-dir", "zev-software: non-standard-dir-in-usr"])
 
-    def test_control_fields_and_contents(self):   # lintian checks the rest (an empty long description) and the stripping
+    def test_control_fields_and_contents(self):   # lintian checks the rest: python3 for zevreader, stripping, descriptions
         fields = {name: dict(re.findall(r"^(\S+): (.*)$", run("dpkg-deb", "-f", deb(name)), re.M))
                   for name in (NAME, NAME + "-dev")}
         for name, control in fields.items():
@@ -94,7 +92,6 @@ class DebianPackages(unittest.TestCase):
             self.assertFalse(control["Description"].endswith("."), name)   # a synopsis, not a sentence
         self.assertEqual([fields[NAME + "-dev"][key] for key in ("Depends", "Architecture")],
                          ["%s (= %s), zlib1g-dev" % (NAME, fields[NAME]["Version"]), fields[NAME]["Architecture"]])
-        self.assertIn("python3", fields[NAME]["Depends"].split(", "))
         files = [["/" + line.split()[5][2:] for line in run("dpkg-deb", "-c", deb(name)).splitlines() if line[0] in "-l"]
                  for name in (NAME, NAME + "-dev")]
         self.assertEqual(misfiled(*files), [])
@@ -106,11 +103,9 @@ class DebianPackages(unittest.TestCase):
             for name in (NAME, NAME + "-dev"):
                 run("dpkg-deb", "-x", deb(name), root)
             libdir = root + host_libdir()
-            archive = os.path.join(libdir, "libzev-software-host.a")
-            print("\nlibzev-software-host.a: %d bytes" % os.path.getsize(archive), file=sys.stderr)
             # Position-independent: it links whole into a shared object.
-            run("g++", "-shared", "-o", os.path.join(work, "whole.so"), "-Wl,--whole-archive", archive,
-                "-Wl,--no-whole-archive", "-lz")
+            run("g++", "-shared", "-o", os.path.join(work, "whole.so"), "-Wl,--whole-archive",
+                os.path.join(libdir, "libzev-software-host.a"), "-Wl,--no-whole-archive", "-lz")
             # Found only through the unpacked files: both the module and the package locate themselves.
             env = dict(os.environ, PKG_CONFIG_PATH=libdir + "/pkgconfig", CMAKE_PREFIX_PATH=root + "/usr")
             self.assertEqual(example_host_problems(root + "/usr/share/doc/zev-software-dev/examples", work, env,
@@ -126,7 +121,6 @@ class InstallAndRemove(unittest.TestCase):
             done = subprocess.run(["unshare", "--mount", "--propagation", "private", sys.executable, os.path.abspath(__file__),
                                    "--inside", scratch, deb(NAME), deb(NAME + "-dev")],
                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=1800)
-        print("inside the namespace:\n" + done.stdout[-3000:], file=sys.stderr)
         self.assertEqual(done.returncode, 0, done.stdout[-6000:])
         # and nothing of it reached the machine
         self.assertEqual([path for path in RUNTIME_FILES + DEV_FILES + ["/usr/zev", "/usr/include/zev"] +
@@ -149,12 +143,11 @@ def inside(scratch, runtime, dev):
     problems = ["%s is linked without BIND_NOW" % path for path in RUNTIME_FILES[:2]
                  if not re.search(r"BIND_NOW|FLAGS.*\bNOW\b", run("readelf", "-d", path))]
 
+    # The installed swinv finds the installed library (that it lists what dpkg does, the swinv tests check).
     reply = json.loads(run("/usr/bin/swinv", "--home", home, "run", "--json", "--save-reply", home + "/reply.bin",
                            env=dict(os.environ, HOME=home)))
-    listed = set(run("dpkg-query", "--show", "--showformat", "${Package}\n").split())
-    added = {record["key"].split("\\")[0] for record in reply["packages"]["added"]}
-    if os.path.normpath(reply["library"]) != RUNTIME_FILES[0] or added != listed:
-        problems.append("swinv run: library %s, %d packages of %d listed" % (reply["library"], len(added & listed), len(listed)))
+    if os.path.normpath(reply["library"]) != RUNTIME_FILES[0] or not reply["packages"]["added"]:
+        problems.append("swinv run: library %s, %d packages" % (reply["library"], len(reply["packages"]["added"])))
     # As a user runs it: Python leaves compiled copies of the module, which dpkg -r must not leave behind.
     decoded = json.loads(run("/usr/bin/zevreader", "reply", home + "/reply.bin",
                              env={k: v for k, v in os.environ.items() if k != "PYTHONDONTWRITEBYTECODE"}))
@@ -192,9 +185,9 @@ class RpmPackages(unittest.TestCase):
             self.assertRegex(run("rpm", "-qip", path),
                              r"License\s*: Proprietary\n(.*\n)*Summary\s*: \S.{10,}\nDescription :\n\S.{20,}\n\S")
         self.assertEqual(misfiled(*(run("rpm", "-qlp", rpms[n]).split() for n in (NAME, NAME + "-devel"))), [])
-        self.assertIn("%s = " % NAME, run("rpm", "-qp", "--requires", rpms[NAME + "-devel"]))
-        self.assertIn("python3", run("rpm", "-qp", "--requires", rpms[NAME]).split())
-        self.assertIn("zlib-devel", run("rpm", "-qp", "--requires", rpms[NAME + "-devel"]).split())
+        requires = {name: run("rpm", "-qp", "--requires", path) for name, path in rpms.items()}
+        self.assertIn("python3", requires[NAME].split())
+        self.assertTrue("%s = " % NAME in requires[NAME + "-devel"] and "zlib-devel" in requires[NAME + "-devel"], requires)
         self.assertEqual(*(run("rpm", "-qp", "--qf", "%{ARCH}", rpms[n]) for n in (NAME, NAME + "-devel")))
         # Stripped: with debug information swinv alone is over 10 MB.
         self.assertLess(int(run("rpm", "-qp", "--qf", "%{SIZE}", rpms[NAME])), 3 * 1024 * 1024)

@@ -74,8 +74,8 @@ class Dumps(unittest.TestCase):
 class PipInstall(unittest.TestCase):
     """Installed offline (no index; the system's setuptools builds it) into a fresh venv; the subcommands at work are
     swinv_e2e's and the package check's."""
-    def run_ok(self, *argv, **options):
-        done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=self.env, **options)
+    def run_ok(self, *argv):
+        done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=self.env)
         self.assertEqual(done.returncode, 0, "%s:\n%s" % (" ".join(argv), done.stdout))
         return done.stdout
 
