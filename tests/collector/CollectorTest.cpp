@@ -340,8 +340,7 @@ TEST(RealPackageDb, WrittenDpkgDatabaseBatchQueryGivesTheSame) {
 // missing tools. (A failing one: SoftwareListTest.)
 TEST(ExtraSources, StandInCommandsRecordsAndMissingTools) {
     testutil::FakePackageManager fake;
-    fake.Set("list", "", "hello\n");
-    fake.Set("query", "hello", "hello^2.10^Hello tool^");   // the key of the snap "hello" below
+    fake.SetPackages({"hello^2.10^Hello tool^"});   // the key of the snap "hello" below
     fake.SetTool("snap", "Name Version Rev Tracking Publisher Notes\nhello 2.10 38 latest/stable - -\n"
                          "zev-notes-3 128.0.3-1 4650 latest/stable zevsoft** -\nshort 1\n");
     fake.SetTool("flatpak", "org.zev.Hello\t\tstable\tzev\tHello\n");
@@ -435,8 +434,7 @@ TEST(Cancellation, WalkAndPackageScanStopProductsAreStillChecked) {
     CSoftwareListApp app;
     g_pSoftwareListApp = &app;
     testutil::FakePackageManager fake;
-    fake.Set("list", "", "a\nb\nc\n");
-    for (const std::string& name : Strings{"a", "b", "c"}) fake.Set("query", name, name + "^1^S^O");
+    fake.SetPackages({"a^1^S^O", "b^1^S^O", "c^1^S^O"});
     Rig rig;
     Put(rig.home + "bin/zevclient");
     hostshim::SetCommandObserver([&](const char* command) {

@@ -103,6 +103,15 @@ FakePackageManager::FakePackageManager() : m_oldPath(std::getenv("PATH") ? std::
 
 FakePackageManager::~FakePackageManager() { setenv("PATH", m_oldPath.c_str(), 1); }
 
+void FakePackageManager::SetPackages(const std::vector<std::string>& queryOutputs) {
+    std::string list;
+    for (const std::string& out : queryOutputs) {
+        Set("query", out.substr(0, out.find('^')), out);
+        list += out.substr(0, out.find('^')) + "\n";
+    }
+    Set("list", "", list);
+}
+
 void FakePackageManager::SetTool(const std::string& tool, const std::string& output, int status) {
     std::string quoted;   // the output as one single-quoted shell word
     for (const char c : output) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);

@@ -51,6 +51,8 @@ public:
     FakePackageManager();
     ~FakePackageManager();
     void Set(const std::string& kind, std::string key, const std::string& text);
+    // Lists these packages and answers each one's query, from their "name^version^description^origin" answers.
+    void SetPackages(const std::vector<std::string>& queryOutputs);
     // A stand-in `tool` beside them that adds its call to Calls() as they do, prints `output` and exits with `status`.
     void SetTool(const std::string& tool, const std::string& output, int status = 0);
     std::string Calls() const { return ReadFileText(m_dir.file("calls")); }

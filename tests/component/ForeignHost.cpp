@@ -47,8 +47,7 @@ bool GetSimpleCommand(const char* command, std::string& output) {
 int main(int argc, char** argv) {
     if (argc != 2) return Fail("usage: component_foreign_host LIBRARY");
     testutil::FakePackageManager packages;
-    packages.Set("list", "", "alpha\n");
-    packages.Set("query", "alpha", "alpha^1.0^Alpha tool^Debian");
+    packages.SetPackages({"alpha^1.0^Alpha tool^Debian"});
     testutil::TempDir home;
     g_home = home.path() + "/";
     testutil::MakeDirs(g_home + "data");

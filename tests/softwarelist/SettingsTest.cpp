@@ -68,9 +68,7 @@ TEST(ServerSettings, WhichBatchQueryValuesAskThePackageManagerOnce) {
         {"BatchQuery=1abc", true}, {"BatchQuery= 1", true}, {"BatchQuery=0", false}, {"BatchQuery=2", false},
         {"BatchQuery=-1", false}, {"BatchQuery=yes", false}, {"BatchQuery = 1", false}, {"batchquery=1", byDefault}};
     testutil::FakePackageManager fake;
-    fake.Set("list", "", "a\nb\n");
-    fake.Set("query", "a", "a^1^A^O");
-    fake.Set("query", "b", "b^2^B^O");
+    fake.SetPackages({"a^1^A^O", "b^2^B^O"});
     Component component;
     for (const auto& [line, batch] : rows) {
         testutil::WriteFileText(component.Data(".Software_Inventory_Config"), std::string("Mode=1\n") + line + "\n");

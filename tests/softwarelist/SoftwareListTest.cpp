@@ -30,20 +30,12 @@ struct Session {
         testutil::MakeDirs(home + "data");
         hostshim::SetHomePath(home);
         if (!config.empty()) Config(config);
-        SetPackages(kFirst);
+        fake.SetPackages(kFirst);
         EXPECT_NE(lib.GetComponentApp(), nullptr);
         EXPECT_EQ(Init(true), 1);
     }
     ~Session() { Init(false); EXPECT_EQ(lib.Unload(0), 1); }
     std::string Data(const std::string& name) const { return home + "data/" + name; }
-    void SetPackages(const Strings& queryOutputs) {   // each "name^version^description^origin"
-        std::string list;
-        for (const std::string& out : queryOutputs) {
-            fake.Set("query", out.substr(0, out.find('^')), out);
-            list += out.substr(0, out.find('^')) + "\n";
-        }
-        fake.Set("list", "", list);
-    }
     void Config(const std::string& text) { testutil::WriteFileText(Data(".Software_Inventory_Config"), text, 0600); }
     Strings Log() {   // and a new log from here on
         const Strings lines = testutil::LogMessages(Data("Software.log"));
@@ -179,7 +171,7 @@ TEST(InventoryFlow, FirstRunDataSentCommandsModesStartupRunsAndHalt) {
 
     // That run is pending. HaltExecution from another thread while the list is read, and while the
     // batch query runs: 0, the reply left alone.
-    session.SetPackages({"late^2^Late^Debian"});
+    session.fake.SetPackages({"late^2^Late^Debian"});
     for (const std::string step : {"", ".batch"}) {
         std::remove(session.fake.file("delay").c_str());
         testutil::WriteFileText(session.fake.file("delay" + step), "2");
@@ -209,7 +201,7 @@ TEST(InventoryFlow, ThirtyRunsKeepTheDescriptorCount) {
     const auto first = descriptors();
     for (int run = 1; run < 30; ++run) {
         if (run == 10) std::remove(session.fake.file("list.").c_str());   // the list command now exits 1
-        if (run == 20) session.SetPackages(kFirst);
+        if (run == 20) session.fake.SetPackages(kFirst);
         EXPECT_EQ(session.Run(reply = CNDKMessage()), run >= 10 && run < 20 ? 0 : 3) << run;
         session.Ack();
     }
@@ -222,7 +214,7 @@ TEST(InventoryFlow, DefaultRunAsksTwiceAndWalksOnlyWhileLogging) {
     Session session;
     Strings packages;
     for (int i = 0; i < 50; ++i) packages.push_back("pkg" + std::to_string(i) + "^1." + std::to_string(i) + "^Package^Debian");
-    session.SetPackages(packages);
+    session.fake.SetPackages(packages);
     CNDKMessage reply;
     ASSERT_EQ(session.Run(reply, 0, 10), 3);
     const std::string calls = session.fake.Calls();   // the list, one batch query
@@ -271,15 +263,15 @@ TEST(InventoryFlow, DataSentRacingARunEndsInOneOfTheTwoOrders) {
     int ackFirst = 0;
     for (int round = 0; round < 6; ++round) {
         CNDKMessage reply;
-        session.SetPackages(base);
+        session.fake.SetPackages(base);
         ASSERT_EQ(session.Run(reply), 3);
         session.Ack();
-        session.SetPackages(pending);
+        session.fake.SetPackages(pending);
         const auto start = std::chrono::steady_clock::now();
         ASSERT_EQ(session.Run(reply = CNDKMessage()), 3);   // pending, not acknowledged
         const auto runTime = std::chrono::steady_clock::now() - start;
 
-        session.SetPackages(next);
+        session.fake.SetPackages(next);
         std::remove(session.fake.file("started").c_str());
         if (round == 0) testutil::WriteFileText(session.fake.file("delay"), "1");   // the ack surely comes first
         std::thread acker([&session, round, runTime] {   // from a third of a run's time late to a run's time
