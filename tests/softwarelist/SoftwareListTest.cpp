@@ -332,10 +332,9 @@ TEST(ExtraSources, ReadEachRunTwoMoreCommandsAFailingOneFailsTheRun) {
     EXPECT_TRUE(testutil::ReadFileBytes(session.Data("SWPackage.bin")) == stored);
 }
 
-// The real flatpak command on a user installation built here without a network: a runtime and two apps, Greeter with
-// release data and Hello without (its branch stands for its version), exported to a local repository, added unsigned
-// and installed. The system installation is an empty folder of the test's; the environment set here is this test
-// process's own.
+// The real flatpak on a user installation built here offline: a runtime and two apps, Greeter with release data and
+// Hello without (its branch stands for its version), from an unsigned local repository. The system installation is an
+// empty folder of the test's; the environment set here is this test process's own.
 TEST(RealFlatpak, UserInstallationBuiltOfflineIsRecorded) {
     if (std::system("command -v flatpak > /dev/null 2>&1") != 0) GTEST_SKIP() << "no flatpak command on the search path";
     testutil::TempDir top;
