@@ -190,40 +190,35 @@ TEST(InventoryFlow, FirstRunDataSentCommandsModesStartupRunsAndHalt) {
     EXPECT_EQ(session.Stored("SWPackage.bin").size(), kFirst.size());
 }
 
-// An agent runs inventories for months in one process: a run must leave no descriptor behind, also when its home
-// bin folder exists (the product check opens it) and when the package list fails.
-TEST(InventoryFlow, ThirtyRunsKeepTheDescriptorCount) {
+// By default the package manager is asked twice, whatever the package count. An agent runs inventories for months in
+// one process: thirty runs leave no descriptor behind, also with a home bin folder (the product check opens it) and
+// while the package list fails. The walks run only while logging is on, since their record step builds no record:
+// with it off nothing below a start folder is opened, and the maps are the same.
+TEST(InventoryFlow, DefaultRunsAskTwiceKeepTheDescriptorsAndWalkOnlyWhileLogging) {
     Session session;
     testutil::MakeDirs(session.home + "bin");
-    auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-    CNDKMessage reply;
-    ASSERT_EQ(session.Run(reply), 3);
-    const auto first = descriptors();
-    for (int run = 1; run < 30; ++run) {
-        if (run == 10) std::remove(session.fake.file("list.").c_str());   // the list command now exits 1
-        if (run == 20) session.fake.SetPackages(kFirst);
-        EXPECT_EQ(session.Run(reply = CNDKMessage()), run >= 10 && run < 20 ? 0 : 3) << run;
-        session.Ack();
-    }
-    EXPECT_EQ(descriptors(), first);
-}
-
-// By default the package manager is asked twice, whatever the package count; the walks run only while logging is on,
-// since their record step builds no record: with it off nothing below a start folder is opened, and the maps are the same.
-TEST(InventoryFlow, DefaultRunAsksTwiceAndWalksOnlyWhileLogging) {
-    Session session;
     Strings packages;
     for (int i = 0; i < 50; ++i) packages.push_back("pkg" + std::to_string(i) + "^1." + std::to_string(i) + "^Package^Debian");
     session.fake.SetPackages(packages);
     CNDKMessage reply;
     ASSERT_EQ(session.Run(reply, 0, 10), 3);
-    const std::string calls = session.fake.Calls();   // the list, one batch query
     std::string names;
     for (int i = 0; i < 50; ++i) names += " [pkg" + std::to_string(i) + "]";
-    EXPECT_EQ(calls, "dpkg-query [--show] [--showformat] [${Package}\n]\n"
-                     "dpkg-query [--show] [--showformat] [${Package}\x1F${Package}^${Version}^${Description}^${Origin}\x1E]" +
-                         names + "\n");
+    const std::string show = "dpkg-query [--show] [--showformat] [${Package}";   // the list, then one batch query
+    EXPECT_EQ(session.fake.Calls(),
+              show + "\n]\n" + show + "\x1F${Package}^${Version}^${Description}^${Origin}\x1E]" + names + "\n");
     EXPECT_EQ(Reply(reply, 0).pkAdd.GetCount(), 50);
+    session.Ack();
+
+    auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto first = descriptors();
+    for (int run = 1; run < 30; ++run) {
+        if (run == 10) std::remove(session.fake.file("list.").c_str());   // the list command now exits 1
+        if (run == 20) session.fake.SetPackages(packages);
+        EXPECT_EQ(session.Run(reply = CNDKMessage()), run >= 10 && run < 20 ? 0 : 3) << run;
+        session.Ack();
+    }
+    EXPECT_EQ(descriptors(), first);
 
     const std::string tree = session.home + "tree/";
     testutil::MakeDirs(tree + "sub/deeper");
