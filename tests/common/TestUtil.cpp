@@ -14,7 +14,6 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <utility>
 
 namespace testutil {
 
@@ -24,7 +23,10 @@ TempDir::TempDir() : m_path(std::getenv("TMPDIR") && *std::getenv("TMPDIR") ? st
 
 TempDir::~TempDir() { std::error_code ec; std::filesystem::remove_all(m_path, ec); }
 
-std::vector<std::uint8_t> ReadFileBytes(const std::string& path) { const std::string t = ReadFileText(path); return {t.begin(), t.end()}; }
+std::vector<std::uint8_t> ReadFileBytes(const std::string& path) {
+    const std::string text = ReadFileText(path);
+    return {text.begin(), text.end()};
+}
 
 std::string ReadFileText(const std::string& path) {
     std::ostringstream out;
@@ -44,7 +46,8 @@ void MakeDirs(const std::string& path) { std::filesystem::create_directories(pat
 
 std::string Hex(const std::vector<std::uint8_t>& bytes) {
     std::string out;
-    for (std::uint8_t b : bytes) out += std::string(out.empty() ? "" : " ") + "0123456789ABCDEF"[b >> 4] + "0123456789ABCDEF"[b & 15];
+    const char* digits = "0123456789ABCDEF";
+    for (std::uint8_t b : bytes) out += std::string(out.empty() ? "" : " ") + digits[b >> 4] + digits[b & 15];
     return out;
 }
 
@@ -52,7 +55,8 @@ std::vector<std::string> LogMessages(const std::string& path, const std::string&
     std::vector<std::string> messages;
     std::istringstream in(ReadFileText(path));
     for (std::string line; std::getline(in, line);)
-        if (line.size() >= 19 && line.compare(19, prefix.size(), prefix) == 0) messages.push_back(line.substr(19 + prefix.size()));
+        if (line.size() >= 19 && line.compare(19, prefix.size(), prefix) == 0)
+            messages.push_back(line.substr(19 + prefix.size()));
     return messages;
 }
 
@@ -99,7 +103,14 @@ FakePackageManager::FakePackageManager() : m_oldPath(std::getenv("PATH") ? std::
 
 FakePackageManager::~FakePackageManager() { setenv("PATH", m_oldPath.c_str(), 1); }
 
-void FakePackageManager::SetBatch(std::string name, const std::string& text) { Set("batch", std::move(name), text); }
+void FakePackageManager::SetPackages(const std::vector<std::string>& queryOutputs) {
+    std::string list;
+    for (const std::string& out : queryOutputs) {
+        Set("query", out.substr(0, out.find('^')), out);
+        list += out.substr(0, out.find('^')) + "\n";
+    }
+    Set("list", "", list);
+}
 
 void FakePackageManager::SetTool(const std::string& tool, const std::string& output, int status) {
     std::string quoted;   // the output as one single-quoted shell word

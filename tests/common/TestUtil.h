@@ -43,7 +43,7 @@ bool OverlayFolder(const std::string& target, const std::string& scratch);
 
 // Fake "dpkg-query" and "rpm" first on PATH; each call adds "tool [arg]...\n" to Calls(). Set(kind, key, text)
 // answers "list" (key ""), "query", "files" or "owner"; other calls fail. A batch query (a format holding 0x1F, or
-// rpm -q --queryformat) prints per name SetBatch's text, else its query answer as one record (name, 0x1F, answer,
+// rpm -q --queryformat) prints per name its "batch" text, else its query answer as one record (name, 0x1F, answer,
 // 0x1E), and fails when a name has neither. A file "delay" ("delay.batch") makes the list command (a batch query)
 // touch "started" ("started.batch"), then sleep that many seconds.
 class FakePackageManager {
@@ -51,7 +51,8 @@ public:
     FakePackageManager();
     ~FakePackageManager();
     void Set(const std::string& kind, std::string key, const std::string& text);
-    void SetBatch(std::string name, const std::string& text);
+    // Lists these packages and answers each one's query, from their "name^version^description^origin" answers.
+    void SetPackages(const std::vector<std::string>& queryOutputs);
     // A stand-in `tool` beside them that adds its call to Calls() as they do, prints `output` and exits with `status`.
     void SetTool(const std::string& tool, const std::string& output, int status = 0);
     std::string Calls() const { return ReadFileText(m_dir.file("calls")); }
@@ -76,6 +77,18 @@ template <class T, class Map>
 T* At(Map& map, const std::string& key) {
     CObject* value = nullptr;
     return map.Lookup(key, value) ? static_cast<T*>(value) : nullptr;
+}
+
+// Every package record of a map as "key: name|vendor|description|version|flags", in key order.
+template <class Record, class Map>
+std::vector<std::string> Records(Map&& map) {
+    std::vector<std::string> all;
+    for (const std::string& key : Keys(map)) {
+        const Record* r = At<Record>(map, key);
+        all.push_back(key + ": " + r->m_strName + "|" + r->m_strVendor + "|" + r->m_strDescription + "|" + r->m_strVersion +
+                      "|" + std::to_string(r->m_nFlags));
+    }
+    return all;
 }
 
 }  // namespace testutil

@@ -18,8 +18,14 @@ int Inventory(const libhost::Exports& lib) {
     return lib.Execute(0, reply, &info);
 }
 
-TEST(Exports, LifeCycleOfTheComponentObject) {
+// One process for both: the settings object is made once at load, and an unloaded library cannot be revived.
+TEST(Exports, LifeCycleAndTheCancelFlagAcrossHaltsInitClientsAndRuns) {
     ASSERT_EQ(hostshim::SettingsConstructions(), 0);
+    testutil::TempDir dir;
+    const std::string home = dir.path() + "/";
+    testutil::MakeDirs(home + "data");
+    hostshim::SetHomePath(home);
+    testutil::WriteFileText(home + "data/.Software_Inventory_Config", "Mode=0\n", 0600);   // no package manager
     const libhost::Exports& lib = libhost::Library();
     EXPECT_EQ(hostshim::SettingsConstructions(), 1);
     EXPECT_EQ(Ints({lib.Unload(0), lib.IsLoaded()}), Ints({1, false}));
@@ -34,26 +40,8 @@ TEST(Exports, LifeCycleOfTheComponentObject) {
                     lib.GetClientFileList(files), files.GetSize(), lib.Install(0), lib.SetXState(false)}),
               Ints({true, 4, 0, 0, 0, 0, 1, 1}));
 
-    // Once unloaded nothing makes a new object, and every entry point answers "nothing".
-    CInitInfo init(true);
-    EXPECT_EQ(Ints({lib.Unload(0), lib.GetComponentApp() != nullptr, lib.IsLoaded(), lib.GetID(),
-                    lib.GetName(0) != nullptr, Inventory(lib), lib.InitClient(&init), lib.Install(0)}),
-              Ints({1, false, true, 0, false, 0, 0, 0}));
-    lib.HaltExecution(true);
-    lib.DeleteComponentApp();
-    EXPECT_EQ(Ints({lib.Unload(0), hostshim::SettingsConstructions()}), Ints({1, 1}));
-}
-
-// The cancel flag between the calls a host makes, each row from a fresh start-up: h HaltExecution(false), H
-// HaltExecution(true), i InitClient at start-up, s InitClient at shutdown, e Execute; then what each Execute returned.
-TEST(Exports, CancelFlagAcrossHaltsInitClientsAndRuns) {
-    testutil::TempDir dir;
-    const std::string home = dir.path() + "/";
-    testutil::MakeDirs(home + "data");
-    hostshim::SetHomePath(home);
-    testutil::WriteFileText(home + "data/.Software_Inventory_Config", "Mode=0\n", 0600);   // no package manager
-    const libhost::Exports& lib = libhost::Library();
-    ASSERT_NE(lib.GetComponentApp(), nullptr);
+    // The cancel flag between the calls a host makes, each row from a fresh start-up: h HaltExecution(false), H
+    // HaltExecution(true), i InitClient at start-up, s InitClient at shutdown, e Execute; then what each Execute returned.
     CInitInfo init(true), shutdown(false);
     init.m_strHomePath = home;
     const std::pair<const char*, const char*> rows[] = {
@@ -75,6 +63,14 @@ TEST(Exports, CancelFlagAcrossHaltsInitClientsAndRuns) {
     EXPECT_EQ(Ints({lib.Execute(0, plain, nullptr), lib.Execute(65546, plain, nullptr), lib.InitClient(nullptr),
                     (lib.DataSent(plain), lib.InitClient(&shutdown)), lib.Unload(0)}),
               Ints({3, 3, 0, 1, 1}));
+
+    // Once unloaded nothing makes a new object, and every entry point answers "nothing".
+    EXPECT_EQ(Ints({lib.GetComponentApp() != nullptr, lib.IsLoaded(), lib.GetID(), lib.GetName(0) != nullptr, Inventory(lib),
+                    lib.InitClient(&init), lib.Install(0)}),
+              Ints({false, true, 0, false, 0, 0, 0}));
+    lib.HaltExecution(true);
+    lib.DeleteComponentApp();
+    EXPECT_EQ(Ints({lib.Unload(0), hostshim::SettingsConstructions()}), Ints({1, 1}));
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
-// A host of its own, as the agent is, whose settings state the component knows nothing of: it loads
-// libsoftware.so.0, runs an inventory, acknowledges it, shuts down and unloads with a real dlclose, twice. The
-// first time it keeps nothing the component made, so dlclose unmaps the library and the second load is a fresh
-// one. The second time it keeps the reply past the unload, as a host whose reply waits in a send queue, and
-// destroys it after dlclose. Exit 0 when nothing crashed and the host's own state was left alone.
+// A host of its own whose settings state the component knows nothing of: it loads libsoftware.so.0, runs and
+// acknowledges an inventory, shuts down and unloads with a real dlclose, twice: first keeping nothing (so the library
+// is unmapped), then keeping the reply past dlclose as a queued reply would be. Exit 0: no crash, its own state intact.
 #include "ComponentLibrary.h"
 #include "TestUtil.h"
 #include "component/HostSettings.h"
@@ -47,8 +45,7 @@ bool GetSimpleCommand(const char* command, std::string& output) {
 int main(int argc, char** argv) {
     if (argc != 2) return Fail("usage: component_foreign_host LIBRARY");
     testutil::FakePackageManager packages;
-    packages.Set("list", "", "alpha\n");
-    packages.Set("query", "alpha", "alpha^1.0^Alpha tool^Debian");
+    packages.SetPackages({"alpha^1.0^Alpha tool^Debian"});
     testutil::TempDir home;
     g_home = home.path() + "/";
     testutil::MakeDirs(g_home + "data");

@@ -33,13 +33,14 @@ TEST(ServerSettings, SetConfigReplacesAndAddsKeysAndStoresThePaths) {
     Component component;
     const std::string config = component.Data(".Software_Inventory_Config");
     const std::string strings("\x03\x00\x06/srv/a\x06/srv/b\x06/srv/c", 23);
-    testutil::WriteFileText(config, "Logging=1\nMode=1\nScan=*.png\n", 0600);
-    const std::tuple<std::string, std::vector<std::string>, unsigned, std::string> rows[] = {   // text, paths, length (0: its own), file after
-        {"Mode=\"3\"; Include=\"/srv|/opt\"", {"/srv/a", "/srv/b", "/srv/c"}, 0, "Include=/srv|/opt\nLogging=1\nMode=3\nScan=*.png\n"},
-        {"Mode=\"2\"\t Note = \"x\"", {}, 0xFFFFFFF0u, "Include=/srv|/opt\nLogging=1\nMode=2\nNote=x\nScan=*.png\n"},
-        {"Mode=\"4\"; Scan=\"*.x\"", {}, 8u, "Include=/srv|/opt\nLogging=1\nMode=4\nNote=x\nScan=*.png\n"},
-        {"Mode=\"6\" Note=\"y\" Mode=\"7\"", {}, 0, "Include=/srv|/opt\nLogging=1\nMode=7\nNote=y\nScan=*.png\n"},
-        {"Logging=\"\" BatchQuery=\"1\"", {}, 0, "BatchQuery=1\nInclude=/srv|/opt\nLogging=\nMode=7\nNote=y\nScan=*.png\n"}};
+    testutil::WriteFileText(config, "Logging=1\nMode=1\n", 0600);
+    // The text, the paths after it, its length element (0: its own), the file after.
+    const std::tuple<std::string, std::vector<std::string>, unsigned, std::string> rows[] = {
+        {"Mode=\"3\"; Include=\"/srv|/opt\"", {"/srv/a", "/srv/b", "/srv/c"}, 0, "Include=/srv|/opt\nLogging=1\nMode=3\n"},
+        {"Mode=\"2\"\t Note = \"x\"", {}, 0xFFFFFFF0u, "Include=/srv|/opt\nLogging=1\nMode=2\nNote=x\n"},
+        {"Mode=\"4\"; Scan=\"*.x\"", {}, 8u, "Include=/srv|/opt\nLogging=1\nMode=4\nNote=x\n"},
+        {"Mode=\"6\" Note=\"y\" Mode=\"7\"", {}, 0, "Include=/srv|/opt\nLogging=1\nMode=7\nNote=y\n"},
+        {"Logging=\"\" BatchQuery=\"1\"", {}, 0, "BatchQuery=1\nInclude=/srv|/opt\nLogging=\nMode=7\nNote=y\n"}};
     for (const auto& [text, paths, length, after] : rows) {
         CNDKMessage message(9);
         message.Add(length ? length : static_cast<unsigned int>(text.size() + 1));
@@ -56,7 +57,7 @@ TEST(ServerSettings, SetConfigReplacesAndAddsKeysAndStoresThePaths) {
     message.Add(0);
     message.AddUnc("Mode=\"5\"", 9);
     EXPECT_EQ(component.app.SetConfig(message), 1);
-    EXPECT_EQ(testutil::ReadFileText(config), "BatchQuery=1\nInclude=/srv|/opt\nLogging=\nMode=5\nNote=y\nScan=*.png\n");
+    EXPECT_EQ(testutil::ReadFileText(config), "BatchQuery=1\nInclude=/srv|/opt\nLogging=\nMode=5\nNote=y\n");
 }
 
 // Only a value that reads as the number 1 asks for all packages in one call; the rest query each package.
@@ -67,9 +68,7 @@ TEST(ServerSettings, WhichBatchQueryValuesAskThePackageManagerOnce) {
         {"BatchQuery=1abc", true}, {"BatchQuery= 1", true}, {"BatchQuery=0", false}, {"BatchQuery=2", false},
         {"BatchQuery=-1", false}, {"BatchQuery=yes", false}, {"BatchQuery = 1", false}, {"batchquery=1", byDefault}};
     testutil::FakePackageManager fake;
-    fake.Set("list", "", "a\nb\n");
-    fake.Set("query", "a", "a^1^A^O");
-    fake.Set("query", "b", "b^2^B^O");
+    fake.SetPackages({"a^1^A^O", "b^2^B^O"});
     Component component;
     for (const auto& [line, batch] : rows) {
         testutil::WriteFileText(component.Data(".Software_Inventory_Config"), std::string("Mode=1\n") + line + "\n");
