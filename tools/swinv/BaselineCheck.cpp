@@ -10,44 +10,22 @@
 
 namespace swinv {
 
-BaselineCheck::State BaselineCheck::Take(const std::string& path) {
+FileState StateOf(const std::string& path) {
     struct stat st {};
-    State state{path, stat(path.c_str(), &st) == 0, 0, 0, 0, 0};
-    if (state.exists) {
-        state.device = st.st_dev;
-        state.inode = st.st_ino;
-        state.modified = st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec;
-        state.changed = st.st_ctim.tv_sec * 1000000000LL + st.st_ctim.tv_nsec;
-    }
+    FileState state;
+    if (stat(path.c_str(), &st) != 0) return state;
+    state.exists = true;
+    state.device = st.st_dev;
+    state.inode = st.st_ino;
+    state.modified = st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec;
+    state.changed = st.st_ctim.tv_sec * 1000000000LL + st.st_ctim.tv_nsec;
     return state;
 }
 
-BaselineCheck::BaselineCheck(const std::vector<std::string>& files) {
-    for (const std::string& file : files) m_before.push_back(Take(file));
-}
-
-std::vector<std::string> BaselineCheck::NotReplaced() const {
-    std::vector<std::string> files;
-    for (const State& before : m_before) {
-        const State now = Take(before.path);
-        // A write renames a new file over the old one, or rewrites it in place: either
-        // way the file differs from the one seen before.
-        const bool same = before.exists && now.device == before.device && now.inode == before.inode &&
-                          now.modified == before.modified && now.changed == before.changed;
-        if (!now.exists || same) files.push_back(before.path);
-    }
-    return files;
-}
-
-std::vector<std::string> BaselineCheck::Replaced() const {
-    const std::vector<std::string> missed = NotReplaced();
-    std::vector<std::string> files;
-    for (const State& before : m_before) {
-        bool found = false;
-        for (const std::string& miss : missed) found = found || miss == before.path;
-        if (!found) files.push_back(before.path);
-    }
-    return files;
+bool WasReplaced(const FileState& before, const FileState& after) {
+    if (!after.exists) return false;
+    return !before.exists || after.device != before.device || after.inode != before.inode ||
+           after.modified != before.modified || after.changed != before.changed;
 }
 
 std::string WhyNotStored(const std::string& file, const std::vector<std::string>& messages) {

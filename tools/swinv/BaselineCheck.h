@@ -8,25 +8,18 @@
 
 namespace swinv {
 
-class BaselineCheck {
-public:
-    // Takes the state of each file now.
-    explicit BaselineCheck(const std::vector<std::string>& files);
-    // The files that were not written since construction (missing, or the same file
-    // with the same time stamps as before).
-    std::vector<std::string> NotReplaced() const;
-    std::vector<std::string> Replaced() const;
-
-private:
-    struct State {
-        std::string path;
-        bool exists;
-        unsigned long long device, inode;
-        long long modified, changed;   // nanoseconds
-    };
-    static State Take(const std::string& path);
-    std::vector<State> m_before;
+// A file's identity and time stamps (nanoseconds), or that it is missing.
+struct FileState {
+    bool exists = false;
+    unsigned long long device = 0, inode = 0;
+    long long modified = 0, changed = 0;
 };
+
+FileState StateOf(const std::string& path);
+
+// True when the file was written between the two states: a write renames a new file over
+// the old one or rewrites it in place, so either its identity or its time stamps differ.
+bool WasReplaced(const FileState& before, const FileState& after);
 
 // Why `file` could not be written: the component's own log line for it when `messages`
 // holds one, else what the system says of its folder (read-only, full, no access), else "".

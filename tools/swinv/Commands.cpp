@@ -105,16 +105,17 @@ SwinvError NoInventory(int result, const ComponentLog& log) {
 }
 
 // DataSent wrote not every list file: which ones, why, and which were stored.
-SwinvError NotStored(const BaselineCheck& check, const ComponentLog& log) {
+SwinvError NotStored(const std::vector<std::string>& missed, const std::vector<std::string>& stored,
+                     const ComponentLog& log) {
     const std::vector<std::string> messages = log.NewMessages();
     std::string text = "the baseline could not be stored:";
-    for (const std::string& file : check.NotReplaced()) {
+    for (const std::string& file : missed) {
         const std::string why = WhyNotStored(file, messages);
         text += " " + file + ": " + (why.empty() ? "reason unknown (turn on the component's log to see it)" : why) + ";";
     }
-    std::string stored;
-    for (const std::string& file : check.Replaced()) stored += (stored.empty() ? "" : ", ") + file;
-    return SwinvError(text + (stored.empty() ? " nothing was stored" : " stored: " + stored));
+    std::string written;
+    for (const std::string& file : stored) written += (written.empty() ? "" : ", ") + file;
+    return SwinvError(text + (written.empty() ? " nothing was stored" : " stored: " + written));
 }
 
 }  // namespace
@@ -132,8 +133,9 @@ int RunCommand(const GlobalOptions& global, const RunOptions& options, std::ostr
     const unsigned int command = options.full ? 10 : 0;
     const std::string data = home.path + "data/";
     const ComponentLog log(data + "Software.log");
+    const std::vector<std::string> lists = {data + "SWList.bin", data + "SWPackage.bin"};
+    std::vector<std::string> stored, missed;
     Json decoded;
-    std::unique_ptr<BaselineCheck> stored;
     {
         ComponentSession session(library, home.path);
         CNDKMessage reply;
@@ -142,12 +144,15 @@ int RunCommand(const GlobalOptions& global, const RunOptions& options, std::ostr
         if (result != 3) throw NoInventory(result, log);
         decoded = DecodeOwnReply(reply, options.saveReply);
         if (options.ack) {
-            stored = std::make_unique<BaselineCheck>(std::vector<std::string>{data + "SWList.bin", data + "SWPackage.bin"});
+            std::vector<FileState> before;
+            for (const std::string& file : lists) before.push_back(StateOf(file));
             session.DataSent(reply);
+            for (size_t i = 0; i < lists.size(); ++i)
+                (WasReplaced(before[i], StateOf(lists[i])) ? stored : missed).push_back(lists[i]);
         }
     }
     // An acknowledgement counts only when both list files were written.
-    const bool acknowledged = stored && stored->NotReplaced().empty();
+    const bool acknowledged = options.ack && missed.empty();
 
     if (global.json) {
         Json report;
@@ -169,7 +174,7 @@ int RunCommand(const GlobalOptions& global, const RunOptions& options, std::ostr
             out << "Not acknowledged: the stored baseline is unchanged; 'swinv run --ack' stores this inventory.\n";
         if (!options.saveReply.empty()) out << "Reply saved to " << options.saveReply << ".\n";
     }
-    if (options.ack && !acknowledged) throw NotStored(*stored, log);
+    if (!missed.empty()) throw NotStored(missed, stored, log);
     return kExitOk;
 }
 
