@@ -2,6 +2,7 @@
 // the component never sends, the progress count of the component's command lines; and the whole of what 'show' and
 // 'status' print, as text and as JSON, for files made here, a fixed clock, and the temporary folder shown as TMP.
 #include "Commands.h"
+#include "ComponentLog.h"
 #include "FileDecoder.h"
 #include "InventoryReply.h"
 #include "Progress.h"
@@ -15,6 +16,7 @@
 #include <sys/time.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <regex>
 #include <sstream>
 
@@ -117,6 +119,18 @@ TEST(SwinvProgress, PackagesEachCommandAsksAbout) {
         {"rpm -qf /bin/sh", 0}, {"rpm -ql bash | grep bin", 0}, {"", 0}, {nullptr, 0}};
     for (const auto& [command, packages] : commands)
         EXPECT_EQ(packages, swinv::PackagesQueried(command)) << (command ? command : "null");
+}
+
+// What a run logged is told from what earlier runs did: an old failure is never given as this run's reason.
+TEST(SwinvLog, OnlyTheLinesWrittenSinceTheCommandStarted) {
+    testutil::TempDir dir;
+    const std::string path = dir.file("Software.log"), stamp = "24/11/26 06:41:00  ";
+    const swinv::ComponentLog missing(path);
+    testutil::WriteFileText(path, stamp + "Package list failed: exit status 2\n" + stamp + "Scan Packages failed\n");
+    const swinv::ComponentLog log(path);
+    std::ofstream(path, std::ios::app) << stamp << "Enum Software\nshort\n";
+    EXPECT_EQ(log.NewMessages(), std::vector<std::string>{"Enum Software"});
+    EXPECT_EQ(missing.NewMessages().size(), 3u);
 }
 
 TEST(SwinvGolden, ShowPrintsEachKindOfFileWhole) {
